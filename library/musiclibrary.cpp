@@ -1,0 +1,695 @@
+#include "musiclibrary.h"
+
+#include "trackparams.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSqlQuery>
+#include <QStandardPaths>
+
+namespace {
+
+const QString kConnectionName = QStringLiteral("od_library");
+
+const char* const kOrderByArtistTitle = " ORDER BY artist COLLATE NOCASE, title COLLATE NOCASE";
+const QString kPlainListing = QStringLiteral("SELECT * FROM tracks WHERE library=?") + kOrderByArtistTitle;
+const QString kFtsListing = QStringLiteral(
+    "SELECT t.* FROM tracks t WHERE t.library=? AND t.id IN (SELECT rowid FROM tracks_fts WHERE tracks_fts "
+    "MATCH ?) ORDER BY t.artist COLLATE NOCASE, t.title COLLATE NOCASE");
+const QString kInsertTrack = QStringLiteral(
+    "INSERT INTO tracks(library,filepath,filename,artist,title,album,genre,comment,year,duration_ms,"
+    "duration_str,category,is_stream,stream_limit_ms,date_added) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+
+const QString kFtsColumns = QStringLiteral("artist,title,album,genre,comment,filename,year,duration_str");
+const QString kFtsNew = QStringLiteral(
+    "new.artist,new.title,new.album,new.genre,new.comment,new.filename,new.year,new.duration_str");
+const QString kFtsOld = QStringLiteral(
+    "old.artist,old.title,old.album,old.genre,old.comment,old.filename,old.year,old.duration_str");
+
+bool g_ftsAvailable = false;
+bool g_ftsDisabledForTesting = false;
+
+QString databaseFolder()
+{
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
+    if (!config.isEmpty())
+        return config;
+    return QDir::homePath() + QStringLiteral("/.ondaro");
+}
+
+void exec(const QString& sql)
+{
+    QSqlQuery q(MusicLibrary::database());
+    q.exec(sql);
+}
+
+bool hasColumn(const QString& column)
+{
+    QSqlQuery q(MusicLibrary::database());
+    if (!q.exec(QStringLiteral("PRAGMA table_info(tracks)")))
+        return false;
+    while (q.next()) {
+        if (q.value(1).toString() == column)
+            return true;
+    }
+    return false;
+}
+
+qint64 firstValue(const QString& sql, const QVariantList& values)
+{
+    QSqlQuery q(MusicLibrary::database());
+    q.prepare(sql);
+    for (const QVariant& v : values)
+        q.addBindValue(v);
+    if (q.exec() && q.next())
+        return q.value(0).toLongLong();
+    return 0;
+}
+
+bool contains(const QString& field, const QString& needle, Qt::CaseSensitivity cs)
+{
+    return needle.isEmpty() || field.contains(needle, cs);
+}
+
+bool matchesFreeText(const Track& t, const QString& text)
+{
+    if (text.isEmpty())
+        return true;
+    return t.artist.contains(text, Qt::CaseInsensitive) || t.title.contains(text, Qt::CaseInsensitive)
+        || t.album.contains(text, Qt::CaseInsensitive) || t.genre.contains(text, Qt::CaseInsensitive)
+        || t.comment.contains(text, Qt::CaseInsensitive) || QString::number(t.year).contains(text)
+        || formatDuration(t.durationMs).contains(text)
+        || QFileInfo(t.filePath).fileName().contains(text, Qt::CaseInsensitive);
+}
+
+// The supported audio files of one folder level, plain files only, sorted by name.
+QStringList audioFilesDirectlyIn(const QString& dir)
+{
+    static const QStringList filters = [] {
+        QStringList f;
+        for (const QString& ext : MusicLibrary::supportedExtensions())
+            f << QStringLiteral("*.") + ext;
+        return f;
+    }();
+    QStringList paths;
+    for (const QFileInfo& info : QDir(dir).entryInfoList(filters, QDir::Files, QDir::Name))
+        paths << info.absoluteFilePath();
+    return paths;
+}
+
+QStringList subfoldersOf(const QString& dir)
+{
+    QStringList paths;
+    for (const QFileInfo& info : QDir(dir).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name))
+        paths << info.absoluteFilePath();
+    return paths;
+}
+
+Track trackFromJson(const QJsonObject& o)
+{
+    Track t;
+    t.artist = o.value(QStringLiteral("artist")).toString();
+    t.title = o.value(QStringLiteral("title")).toString();
+    t.album = o.value(QStringLiteral("album")).toString();
+    t.genre = o.value(QStringLiteral("genre")).toString();
+    t.comment = o.value(QStringLiteral("comment")).toString();
+    t.filePath = o.value(QStringLiteral("filePath")).toString();
+    t.year = o.value(QStringLiteral("year")).toInt(0);
+    t.durationMs = static_cast<qint64>(o.value(QStringLiteral("durationMs")).toDouble(0));
+    t.category = o.value(QStringLiteral("category")).toString(QStringLiteral("Foreign"));
+    t.isStream = o.value(QStringLiteral("isStream")).toBool(false);
+    t.streamLimitMs = static_cast<qint64>(o.value(QStringLiteral("streamLimitMs")).toDouble(0));
+    return t;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Database and schema
+
+QSqlDatabase MusicLibrary::database()
+{
+    if (QSqlDatabase::contains(kConnectionName))
+        return QSqlDatabase::database(kConnectionName, true);
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
+    const QString folder = databaseFolder();
+    QDir().mkpath(folder);
+    db.setDatabaseName(folder + QStringLiteral("/library.db"));
+    db.open();
+    return db;
+}
+
+void MusicLibrary::ensureSchema()
+{
+    QSqlDatabase db = database();
+    exec(QStringLiteral("PRAGMA journal_mode=WAL"));
+    exec(QStringLiteral("CREATE TABLE IF NOT EXISTS libraries(name TEXT PRIMARY KEY)"));
+    exec(QStringLiteral(
+        "CREATE TABLE IF NOT EXISTS tracks( id INTEGER PRIMARY KEY AUTOINCREMENT, library TEXT NOT NULL, "
+        "filepath TEXT, filename TEXT DEFAULT '', artist TEXT, title TEXT, album TEXT, genre TEXT, comment "
+        "TEXT, year INTEGER DEFAULT 0, duration_ms INTEGER DEFAULT 0, duration_str TEXT DEFAULT '', "
+        "play_count INTEGER DEFAULT 0, last_played TEXT DEFAULT '', date_added TEXT DEFAULT '', category "
+        "TEXT DEFAULT 'Foreign', is_stream INTEGER DEFAULT 0, stream_limit_ms INTEGER DEFAULT 0)"));
+    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_lib ON tracks(library)"));
+    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_artist ON tracks(library, artist)"));
+    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_title ON tracks(library, title)"));
+
+    // Column migrations go by the columns actually present, never by the version number.
+    const bool hadDurationStr = hasColumn(QStringLiteral("duration_str"));
+    const bool hadFilename = hasColumn(QStringLiteral("filename"));
+    if (!hadDurationStr) {
+        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"));
+        // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
+        exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
+                            "(duration_ms/1000)%60)"));
+    }
+    if (!hasColumn(QStringLiteral("play_count"))) {
+        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"));
+        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"));
+        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"));
+        QSqlQuery q(db);
+        q.prepare(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"));
+        q.addBindValue(QDateTime::currentDateTime().toString(Qt::ISODate));
+        q.exec();
+    }
+    if (!hadFilename) {
+        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''"));
+        QSqlQuery rows(db);
+        rows.exec(QStringLiteral("SELECT id, filepath FROM tracks"));
+        db.transaction();
+        QSqlQuery update(db);
+        update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?"));
+        while (rows.next()) {
+            update.addBindValue(QFileInfo(rows.value(1).toString()).fileName());
+            update.addBindValue(rows.value(0));
+            update.exec();
+        }
+        db.commit();
+    }
+
+    const int version = static_cast<int>(firstValue(QStringLiteral("PRAGMA user_version"), {}));
+    if (version <= 2) {
+        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ai"));
+        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ad"));
+        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_au"));
+        exec(QStringLiteral("DROP TABLE IF EXISTS tracks_fts"));
+    }
+
+    QSqlQuery fts(db);
+    g_ftsAvailable = fts.exec(QStringLiteral(
+        "CREATE VIRTUAL TABLE IF NOT EXISTS tracks_fts USING fts5( artist, title, album, genre, comment, "
+        "filename, year, duration_str, content='tracks', content_rowid='id')"));
+    if (g_ftsAvailable) {
+        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
+                            "tracks_fts(rowid,%1) VALUES(new.id,%2); END")
+                 .arg(kFtsColumns, kFtsNew));
+        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ad AFTER DELETE ON tracks BEGIN INSERT INTO "
+                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); END")
+                 .arg(kFtsColumns, kFtsOld));
+        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_au AFTER UPDATE ON tracks BEGIN INSERT INTO "
+                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); INSERT INTO "
+                            "tracks_fts(rowid,%1) VALUES(new.id,%3); END")
+                 .arg(kFtsColumns, kFtsOld, kFtsNew));
+        if (version > 2)
+            return;
+        exec(QStringLiteral("INSERT INTO tracks_fts(tracks_fts) VALUES('rebuild')"));
+    } else if (version > 2) {
+        return;
+    }
+    exec(QStringLiteral("PRAGMA user_version=%1").arg(3));
+}
+
+bool MusicLibrary::ftsAvailable()
+{
+    return g_ftsAvailable && !g_ftsDisabledForTesting;
+}
+
+void MusicLibrary::setFullTextSearchDisabledForTesting(bool disabled)
+{
+    g_ftsDisabledForTesting = disabled;
+}
+
+bool MusicLibrary::initialize()
+{
+    if (!database().isOpen())
+        return false;
+    ensureSchema();
+    TrackParams::ensureTable();
+    importLegacyLibraries();
+    return true;
+}
+
+void MusicLibrary::importLegacyLibraries()
+{
+    if (firstValue(QStringLiteral("SELECT COUNT(*) FROM libraries"), {}) > 0)
+        return;
+    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)
+                      + QStringLiteral("/libraries"));
+    if (!folder.exists())
+        return;
+    const QFileInfoList files =
+        folder.entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::NoSort);
+    for (const QFileInfo& info : files) {
+        QFile file(info.absoluteFilePath());
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QJsonObject doc = QJsonDocument::fromJson(file.readAll()).object();
+        const QJsonValue nameValue = doc.value(QStringLiteral("name"));
+        const QString name = nameValue.isString() ? nameValue.toString() : info.completeBaseName();
+        MusicLibrary library;
+        createLibrary(name);
+        library.setLibrary(name);
+        const QJsonArray list = doc.value(QStringLiteral("tracks")).toArray();
+        for (const QJsonValue& v : list)
+            library.addTrack(trackFromJson(v.toObject()));
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The set of libraries
+
+bool MusicLibrary::createLibrary(const QString& name)
+{
+    const QString trimmed = name.trimmed();
+    if (trimmed.isEmpty())
+        return false;
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"));
+    q.addBindValue(trimmed);
+    return q.exec();
+}
+
+bool MusicLibrary::deleteLibrary(const QString& name)
+{
+    QSqlQuery tracks(database());
+    tracks.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
+    tracks.addBindValue(name);
+    tracks.exec();
+    QSqlQuery library(database());
+    library.prepare(QStringLiteral("DELETE FROM libraries WHERE name=?"));
+    library.addBindValue(name);
+    return library.exec();
+}
+
+QStringList MusicLibrary::libraries()
+{
+    QStringList names;
+    QSqlQuery q(database());
+    if (!q.exec(QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE")))
+        return names;
+    while (q.next())
+        names << q.value(0).toString();
+    return names;
+}
+
+void MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
+{
+    if (filePath.isEmpty())
+        return;
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
+    q.addBindValue(when.toString(Qt::ISODate));
+    q.addBindValue(filePath);
+    q.exec();
+}
+
+const QStringList& MusicLibrary::supportedExtensions()
+{
+    static const QStringList extensions = {
+        QStringLiteral("mp3"),  QStringLiteral("wav"), QStringLiteral("ogg"),  QStringLiteral("flac"),
+        QStringLiteral("m4a"),  QStringLiteral("aac"), QStringLiteral("opus"), QStringLiteral("wma"),
+        QStringLiteral("aiff"), QStringLiteral("alac")};
+    return extensions;
+}
+
+bool MusicLibrary::isSupportedAudioFile(const QString& path)
+{
+    return supportedExtensions().contains(QFileInfo(path).suffix().toLower());
+}
+
+Track MusicLibrary::trackFromFile(const QString& path)
+{
+    Track t;
+    readTags(path, t);
+    return t;
+}
+
+QStringList MusicLibrary::audioFilesIn(const QString& dir, bool recursive)
+{
+    QStringList paths = audioFilesDirectlyIn(dir);
+    if (recursive) {
+        for (const QString& sub : subfoldersOf(dir))
+            paths << audioFilesIn(sub, true);
+    }
+    return paths;
+}
+
+// ---------------------------------------------------------------------------------------------
+// One library
+
+bool MusicLibrary::setLibrary(const QString& libraryName)
+{
+    folderMode = false;
+    tracks.clear();
+    name = libraryName.trimmed();
+    createLibrary(name);
+    return true;
+}
+
+int MusicLibrary::loadFolder(const QString& path)
+{
+    folderMode = true;
+    name = path;
+    tracks.clear();
+    return addFolder(path, true);
+}
+
+void MusicLibrary::clear()
+{
+    if (folderMode) {
+        tracks.clear();
+        return;
+    }
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
+    q.addBindValue(name);
+    q.exec();
+}
+
+int MusicLibrary::trackCount() const
+{
+    if (folderMode)
+        return tracks.size();
+    return static_cast<int>(firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
+}
+
+qint64 MusicLibrary::totalDurationMs() const
+{
+    if (folderMode) {
+        qint64 sum = 0;
+        for (const Track& t : tracks)
+            sum += t.durationMs;
+        return sum;
+    }
+    return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"), {name});
+}
+
+void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
+{
+    insert.addBindValue(name);
+    insert.addBindValue(t.filePath);
+    insert.addBindValue(t.isStream ? QString() : QFileInfo(t.filePath).fileName());
+    insert.addBindValue(t.artist);
+    insert.addBindValue(t.title);
+    insert.addBindValue(t.album);
+    insert.addBindValue(t.genre);
+    insert.addBindValue(t.comment);
+    insert.addBindValue(t.year);
+    insert.addBindValue(t.durationMs);
+    // An unknown length is stored as '' and never as "--:--".
+    insert.addBindValue(t.durationMs > 0 ? formatDuration(t.durationMs) : QString(QLatin1String("")));
+    insert.addBindValue(t.category);
+    insert.addBindValue(t.isStream ? 1 : 0);
+    insert.addBindValue(t.streamLimitMs);
+    insert.addBindValue(QDateTime::currentDateTime().toString(Qt::ISODate));
+    insert.exec();
+}
+
+void MusicLibrary::addTrack(const Track& t)
+{
+    if (folderMode) {
+        tracks.append(t);
+        return;
+    }
+    QSqlQuery insert(database());
+    insert.prepare(kInsertTrack);
+    insertRow(insert, t);
+}
+
+int MusicLibrary::addFiles(const QStringList& paths)
+{
+    QSqlDatabase db = database();
+    db.transaction();
+    // One prepared statement serves the whole batch.
+    QSqlQuery insert(db);
+    if (!folderMode)
+        insert.prepare(kInsertTrack);
+    int count = 0;
+    for (const QString& path : paths) {
+        if (!isSupportedAudioFile(path))
+            continue;
+        Track track;
+        readTags(path, track);
+        if (folderMode)
+            tracks.append(track);
+        else
+            insertRow(insert, track);
+        ++count;
+    }
+    db.commit();
+    return count;
+}
+
+int MusicLibrary::addFolder(const QString& dir, bool recursive)
+{
+    // One transaction per folder level; files of a folder come before those of its subfolders.
+    int count = addFiles(audioFilesDirectlyIn(dir));
+    if (recursive) {
+        for (const QString& sub : subfoldersOf(dir))
+            count += addFolder(sub, true);
+    }
+    return count;
+}
+
+void MusicLibrary::addStream(const QString& streamName, const QString& url)
+{
+    Track t;
+    t.filePath = url.trimmed();
+    t.isStream = true;
+    t.title = streamName.trimmed().isEmpty() ? url.trimmed() : streamName.trimmed();
+    t.artist = QStringLiteral("Online stream");
+    addTrack(t);
+}
+
+void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, const QString& newUrl)
+{
+    if (folderMode)
+        return;
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral(
+        "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"));
+    q.addBindValue(newUrl.trimmed());
+    q.addBindValue(title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed());
+    q.addBindValue(name);
+    q.addBindValue(oldUrl);
+    q.exec();
+}
+
+int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
+{
+    if (folderMode) {
+        int changed = 0;
+        for (Track& t : tracks) {
+            if (t.filePath == filePath && !t.isStream) {
+                t.durationMs = ms;
+                ++changed;
+            }
+        }
+        return changed;
+    }
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral(
+        "UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND filepath=? AND is_stream=0"));
+    q.addBindValue(ms);
+    q.addBindValue(formatDuration(ms));
+    q.addBindValue(name);
+    q.addBindValue(filePath);
+    if (!q.exec())
+        return 0;
+    return q.numRowsAffected();
+}
+
+int MusicLibrary::removeMissingFiles()
+{
+    const QList<Track> all = search(QString());
+    QStringList missing;
+    for (const Track& t : all) {
+        if (!t.isStream && !t.filePath.isEmpty() && !QFileInfo::exists(t.filePath))
+            missing << t.filePath;
+    }
+    if (folderMode) {
+        // A folder library lives in memory only: drop the entries whose files are gone.
+        tracks.erase(std::remove_if(tracks.begin(), tracks.end(),
+                                    [&missing](const Track& t) { return missing.contains(t.filePath); }),
+                     tracks.end());
+        return missing.size();
+    }
+    QSqlDatabase db = database();
+    db.transaction();
+    QSqlQuery remove(db);
+    remove.prepare(QStringLiteral("DELETE FROM tracks WHERE library=? AND filepath=?"));
+    for (const QString& path : missing) {
+        remove.addBindValue(name);
+        remove.addBindValue(path);
+        remove.exec();
+    }
+    db.commit();
+    return missing.size();
+}
+
+QStringList MusicLibrary::filesWithoutDuration() const
+{
+    QStringList paths;
+    if (folderMode) {
+        for (const Track& t : tracks) {
+            if (!t.isStream && t.durationMs <= 0)
+                paths << t.filePath;
+        }
+        return paths;
+    }
+    QSqlQuery q(database());
+    q.prepare(QStringLiteral("SELECT filepath FROM tracks WHERE library=? AND is_stream=0 AND duration_ms<=0")
+              + kOrderByArtistTitle);
+    q.addBindValue(name);
+    if (!q.exec())
+        return paths;
+    while (q.next())
+        paths << q.value(0).toString();
+    return paths;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Search
+
+void MusicLibrary::appendFtsTerms(QStringList& terms, const QString& column, const QString& text)
+{
+    // Compiled once per process.
+    static const QRegularExpression separators(QStringLiteral("[\\s:/\\\\._\\-,;]+"));
+    static const QRegularExpression strip(QStringLiteral("[\"\"*()^]"));
+    const QStringList parts = text.split(separators, Qt::SkipEmptyParts);
+    for (QString part : parts) {
+        part.remove(strip);
+        if (part.isEmpty())
+            continue;
+        terms << (column.isEmpty() ? part + QLatin1Char('*') : column + QLatin1Char(':') + part + QLatin1Char('*'));
+    }
+}
+
+void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& values, const QString& expression,
+                                       const QString& value)
+{
+    if (value.isEmpty())
+        return;
+    conditions << expression + QStringLiteral(" LIKE ?");
+    values << QString(QLatin1Char('%') + value + QLatin1Char('%'));
+}
+
+QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& values) const
+{
+    QList<Track> result;
+    QSqlQuery q(database());
+    q.setForwardOnly(true);
+    if (!q.prepare(sql))
+        return result;
+    for (const QVariant& v : values)
+        q.addBindValue(v);
+    if (!q.exec())
+        return result;
+    while (q.next())
+        result.append(trackFromRecord(q));
+    return result;
+}
+
+QList<Track> MusicLibrary::filterInMemory(const Query& q) const
+{
+    QList<Track> result;
+    for (const Track& t : tracks) {
+        if (!matchesFreeText(t, q.text))
+            continue;
+        if (!contains(t.artist, q.artist, Qt::CaseInsensitive) || !contains(t.title, q.title, Qt::CaseInsensitive)
+            || !contains(t.album, q.album, Qt::CaseInsensitive) || !contains(t.genre, q.genre, Qt::CaseInsensitive)
+            || !contains(t.comment, q.comment, Qt::CaseInsensitive)
+            || !contains(QFileInfo(t.filePath).fileName(), q.filename, Qt::CaseInsensitive)
+            || !contains(QString::number(t.year), q.year, Qt::CaseSensitive)
+            || !contains(formatDuration(t.durationMs), q.duration, Qt::CaseSensitive))
+            continue;
+        result.append(t);
+    }
+    return result;
+}
+
+QList<Track> MusicLibrary::search(const QString& text) const
+{
+    if (folderMode) {
+        Query q;
+        q.text = text;
+        return filterInMemory(q);
+    }
+    const QString t = text.trimmed();
+    if (t.isEmpty())
+        return runListing(kPlainListing, {name});
+    if (!ftsAvailable()) {
+        const QString like = QLatin1Char('%') + t + QLatin1Char('%');
+        return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND (artist LIKE ? OR title LIKE ? OR "
+                                         "album LIKE ? OR genre LIKE ? OR comment LIKE ? OR filepath LIKE ? OR "
+                                         "CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)")
+                              + kOrderByArtistTitle,
+                          {name, like, like, like, like, like, like, like, like});
+    }
+    QStringList terms;
+    appendFtsTerms(terms, QString(), t);
+    const QString match = terms.join(QLatin1Char(' '));
+    if (match.isEmpty())
+        return runListing(kPlainListing, {name});
+    return runListing(kFtsListing, {name, match});
+}
+
+QList<Track> MusicLibrary::query(const Query& q) const
+{
+    if (q.text.isEmpty() && q.artist.isEmpty() && q.title.isEmpty() && q.album.isEmpty() && q.genre.isEmpty()
+        && q.comment.isEmpty() && q.filename.isEmpty() && q.year.isEmpty() && q.duration.isEmpty())
+        return search(QString());
+    if (folderMode)
+        return filterInMemory(q);
+    if (ftsAvailable()) {
+        QStringList terms;
+        appendFtsTerms(terms, QString(), q.text);
+        appendFtsTerms(terms, QStringLiteral("artist"), q.artist);
+        appendFtsTerms(terms, QStringLiteral("title"), q.title);
+        appendFtsTerms(terms, QStringLiteral("album"), q.album);
+        appendFtsTerms(terms, QStringLiteral("genre"), q.genre);
+        appendFtsTerms(terms, QStringLiteral("comment"), q.comment);
+        appendFtsTerms(terms, QStringLiteral("filename"), q.filename);
+        appendFtsTerms(terms, QStringLiteral("year"), q.year);
+        appendFtsTerms(terms, QStringLiteral("duration_str"), q.duration);
+        const QString match = terms.join(QLatin1Char(' '));
+        if (match.isEmpty())
+            return search(QString());
+        return runListing(kFtsListing, {name, match});
+    }
+    QStringList conditions;
+    QVariantList values;
+    if (!q.text.isEmpty()) {
+        conditions << QStringLiteral("(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE "
+                                     "? OR filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
+        const QString like = QLatin1Char('%') + q.text + QLatin1Char('%');
+        for (int i = 0; i < 8; ++i)
+            values << like;
+    }
+    appendLikeCondition(conditions, values, QStringLiteral("artist"), q.artist);
+    appendLikeCondition(conditions, values, QStringLiteral("title"), q.title);
+    appendLikeCondition(conditions, values, QStringLiteral("album"), q.album);
+    appendLikeCondition(conditions, values, QStringLiteral("genre"), q.genre);
+    appendLikeCondition(conditions, values, QStringLiteral("comment"), q.comment);
+    appendLikeCondition(conditions, values, QStringLiteral("filename"), q.filename);
+    appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
+    appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
+    values.prepend(name);
+    return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") + conditions.join(QStringLiteral(" AND "))
+                          + kOrderByArtistTitle,
+                      values);
+}

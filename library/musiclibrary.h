@@ -1,0 +1,88 @@
+#pragma once
+
+#include "track.h"
+
+#include <QList>
+#include <QMetaType>
+#include <QSqlDatabase>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+class QSqlQuery;
+
+// The store. One object stands for one open library: a named set of rows in the shared database
+// (database mode) or a folder read into memory (folder mode).
+class MusicLibrary
+{
+public:
+    // A search request; an empty member is no condition, non-empty members combine with AND.
+    struct Query {
+        QString text;
+        QString artist;
+        QString title;
+        QString album;
+        QString genre;
+        QString comment;
+        QString filename;
+        QString year;
+        QString duration;
+    };
+
+    // --- database and schema -------------------------------------------------------------
+    static QSqlDatabase database();
+    static void ensureSchema();
+    static bool ftsAvailable();
+    // Opens the database and, when it is open, sets up the schema, the track-parameter table and
+    // imports legacy JSON libraries once. Returns whether the database is open.
+    static bool initialize();
+    // One-time import of the JSON libraries of the configuration location's "libraries" folder.
+    static void importLegacyLibraries();
+    // Test hook: forces the LIKE forms of search and query, as on an SQLite without FTS5.
+    static void setFullTextSearchDisabledForTesting(bool disabled);
+
+    // --- the set of libraries ------------------------------------------------------------
+    static bool createLibrary(const QString& name);
+    static bool deleteLibrary(const QString& name);
+    static QStringList libraries();
+    static void recordPlay(const QString& filePath, const QDateTime& when);
+    static bool isSupportedAudioFile(const QString& path);
+    static const QStringList& supportedExtensions();
+    static Track trackFromFile(const QString& path);
+    // The audio files of a folder (files before subfolders, sorted by name); touches no database.
+    static QStringList audioFilesIn(const QString& dir, bool recursive);
+
+    // --- one library ---------------------------------------------------------------------
+    bool setLibrary(const QString& name);
+    int loadFolder(const QString& path);
+    void clear();
+    int trackCount() const;
+    qint64 totalDurationMs() const;
+    void addTrack(const Track& t);
+    int addFiles(const QStringList& paths);
+    int addFolder(const QString& dir, bool recursive);
+    void addStream(const QString& name, const QString& url);
+    void updateStream(const QString& oldUrl, const QString& title, const QString& newUrl);
+    int updateDuration(const QString& filePath, qint64 ms);
+    int removeMissingFiles();
+    // Paths of the file entries without a duration, in the order of the plain listing.
+    QStringList filesWithoutDuration() const;
+
+    // --- search --------------------------------------------------------------------------
+    QList<Track> search(const QString& text) const;
+    QList<Track> query(const Query& q) const;
+    static void appendFtsTerms(QStringList& terms, const QString& column, const QString& text);
+    static void appendLikeCondition(QStringList& conditions, QVariantList& values, const QString& expression,
+                                    const QString& value);
+
+    QString name;
+    bool folderMode = false;
+    QList<Track> tracks; // folder mode only
+
+private:
+    QList<Track> filterInMemory(const Query& q) const;
+    QList<Track> runListing(const QString& sql, const QVariantList& values) const;
+    void insertRow(QSqlQuery& insert, const Track& t) const;
+};
+
+Q_DECLARE_METATYPE(MusicLibrary::Query)
