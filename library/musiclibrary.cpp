@@ -1,14 +1,21 @@
 #include "musiclibrary.h"
 
 #include "trackparams.h"
+#include "trackrowreader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QStandardPaths>
 
 namespace {
@@ -32,14 +39,6 @@ const QString kFtsOld = QStringLiteral(
 
 bool g_ftsAvailable = false;
 bool g_ftsDisabledForTesting = false;
-
-QString databaseFolder()
-{
-    const QString config = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
-    if (!config.isEmpty())
-        return config;
-    return QDir::homePath() + QStringLiteral("/.ondaro");
-}
 
 void exec(const QString& sql)
 {
@@ -79,11 +78,11 @@ bool matchesFreeText(const Track& t, const QString& text)
 {
     if (text.isEmpty())
         return true;
-    return t.artist.contains(text, Qt::CaseInsensitive) || t.title.contains(text, Qt::CaseInsensitive)
-        || t.album.contains(text, Qt::CaseInsensitive) || t.genre.contains(text, Qt::CaseInsensitive)
-        || t.comment.contains(text, Qt::CaseInsensitive) || QString::number(t.year).contains(text)
-        || formatDuration(t.durationMs).contains(text)
-        || QFileInfo(t.filePath).fileName().contains(text, Qt::CaseInsensitive);
+    return t.artist.contains(text, Qt::CaseInsensitive) || t.title.contains(text, Qt::CaseInsensitive) ||
+           t.album.contains(text, Qt::CaseInsensitive) || t.genre.contains(text, Qt::CaseInsensitive) ||
+           t.comment.contains(text, Qt::CaseInsensitive) || QString::number(t.year).contains(text) ||
+           formatDuration(t.durationMs).contains(text) ||
+           QFileInfo(t.filePath).fileName().contains(text, Qt::CaseInsensitive);
 }
 
 // The supported audio files of one folder level, plain files only, sorted by name.
@@ -109,6 +108,19 @@ QStringList subfoldersOf(const QString& dir)
     return paths;
 }
 
+// A JSON number truncated toward zero; out-of-range values saturate instead of overflowing.
+qint64 truncatedNumber(const QJsonValue& v)
+{
+    const double d = std::trunc(v.toDouble(0));
+    if (d != d)
+        return 0;
+    if (d <= -9.2e18)
+        return std::numeric_limits<qint64>::min();
+    if (d >= 9.2e18)
+        return std::numeric_limits<qint64>::max();
+    return static_cast<qint64>(d);
+}
+
 Track trackFromJson(const QJsonObject& o)
 {
     Track t;
@@ -119,14 +131,18 @@ Track trackFromJson(const QJsonObject& o)
     t.comment = o.value(QStringLiteral("comment")).toString();
     t.filePath = o.value(QStringLiteral("filePath")).toString();
     t.year = o.value(QStringLiteral("year")).toInt(0);
-    t.durationMs = static_cast<qint64>(o.value(QStringLiteral("durationMs")).toDouble(0));
+    t.durationMs = truncatedNumber(o.value(QStringLiteral("durationMs")));
     t.category = o.value(QStringLiteral("category")).toString(QStringLiteral("Foreign"));
     t.isStream = o.value(QStringLiteral("isStream")).toBool(false);
-    t.streamLimitMs = static_cast<qint64>(o.value(QStringLiteral("streamLimitMs")).toDouble(0));
+    t.streamLimitMs = truncatedNumber(o.value(QStringLiteral("streamLimitMs")));
     return t;
 }
 
 } // namespace
+
+// Known to Qt by name, so that the window can keep its current query in a QVariant.
+[[maybe_unused]] static const int kQueryMetaTypeId =
+    qRegisterMetaType<MusicLibrary::Query>("MusicLibrary::Query");
 
 // ---------------------------------------------------------------------------------------------
 // Database and schema
@@ -136,11 +152,19 @@ QSqlDatabase MusicLibrary::database()
     if (QSqlDatabase::contains(kConnectionName))
         return QSqlDatabase::database(kConnectionName, true);
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
-    const QString folder = databaseFolder();
+    const QString folder =
+        databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
     QDir().mkpath(folder);
     db.setDatabaseName(folder + QStringLiteral("/library.db"));
     db.open();
     return db;
+}
+
+QString MusicLibrary::databaseFolder(const QString& configLocation)
+{
+    if (!configLocation.isEmpty())
+        return configLocation;
+    return QDir::homePath() + QStringLiteral("/.ondaro");
 }
 
 void MusicLibrary::ensureSchema()
@@ -247,12 +271,11 @@ void MusicLibrary::importLegacyLibraries()
 {
     if (firstValue(QStringLiteral("SELECT COUNT(*) FROM libraries"), {}) > 0)
         return;
-    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)
-                      + QStringLiteral("/libraries"));
+    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+                      QStringLiteral("/libraries"));
     if (!folder.exists())
         return;
-    const QFileInfoList files =
-        folder.entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::NoSort);
+    const QFileInfoList files = folder.entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::NoSort);
     for (const QFileInfo& info : files) {
         QFile file(info.absoluteFilePath());
         if (!file.open(QIODevice::ReadOnly))
@@ -311,7 +334,8 @@ void MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
     if (filePath.isEmpty())
         return;
     QSqlQuery q(database());
-    q.prepare(QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
+    q.prepare(
+        QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
     q.addBindValue(when.toString(Qt::ISODate));
     q.addBindValue(filePath);
     q.exec();
@@ -384,7 +408,8 @@ int MusicLibrary::trackCount() const
 {
     if (folderMode)
         return tracks.size();
-    return static_cast<int>(firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
+    return static_cast<int>(
+        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
 }
 
 qint64 MusicLibrary::totalDurationMs() const
@@ -395,7 +420,8 @@ qint64 MusicLibrary::totalDurationMs() const
             sum += t.durationMs;
         return sum;
     }
-    return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"), {name});
+    return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"),
+                      {name});
 }
 
 void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
@@ -546,19 +572,25 @@ QStringList MusicLibrary::filesWithoutDuration() const
     QStringList paths;
     if (folderMode) {
         for (const Track& t : tracks) {
-            if (!t.isStream && t.durationMs <= 0)
+            if (!t.isStream && t.durationMs <= 0 && !t.filePath.isEmpty())
                 paths << t.filePath;
         }
         return paths;
     }
+    // Same condition and order as the plain listing, so rows that tie on artist and title come in
+    // the order the table shows them; the filter runs here rather than in SQL for that reason.
     QSqlQuery q(database());
-    q.prepare(QStringLiteral("SELECT filepath FROM tracks WHERE library=? AND is_stream=0 AND duration_ms<=0")
-              + kOrderByArtistTitle);
+    q.setForwardOnly(true);
+    q.prepare(QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
+              kOrderByArtistTitle);
     q.addBindValue(name);
     if (!q.exec())
         return paths;
-    while (q.next())
-        paths << q.value(0).toString();
+    while (q.next()) {
+        const QString path = q.value(0).toString();
+        if (!path.isEmpty() && q.value(1).toInt() == 0 && q.value(2).toLongLong() <= 0)
+            paths << path;
+    }
     return paths;
 }
 
@@ -575,12 +607,13 @@ void MusicLibrary::appendFtsTerms(QStringList& terms, const QString& column, con
         part.remove(strip);
         if (part.isEmpty())
             continue;
-        terms << (column.isEmpty() ? part + QLatin1Char('*') : column + QLatin1Char(':') + part + QLatin1Char('*'));
+        terms << (column.isEmpty() ? part + QLatin1Char('*')
+                                   : column + QLatin1Char(':') + part + QLatin1Char('*'));
     }
 }
 
-void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& values, const QString& expression,
-                                       const QString& value)
+void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& values,
+                                       const QString& expression, const QString& value)
 {
     if (value.isEmpty())
         return;
@@ -599,8 +632,10 @@ QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& va
         q.addBindValue(v);
     if (!q.exec())
         return result;
+    // Column names are resolved once per result set; 100,000 rows must list in well under a second.
+    TrackRowReader reader(q.record());
     while (q.next())
-        result.append(trackFromRecord(q));
+        result.append(reader.read(q));
     return result;
 }
 
@@ -610,12 +645,14 @@ QList<Track> MusicLibrary::filterInMemory(const Query& q) const
     for (const Track& t : tracks) {
         if (!matchesFreeText(t, q.text))
             continue;
-        if (!contains(t.artist, q.artist, Qt::CaseInsensitive) || !contains(t.title, q.title, Qt::CaseInsensitive)
-            || !contains(t.album, q.album, Qt::CaseInsensitive) || !contains(t.genre, q.genre, Qt::CaseInsensitive)
-            || !contains(t.comment, q.comment, Qt::CaseInsensitive)
-            || !contains(QFileInfo(t.filePath).fileName(), q.filename, Qt::CaseInsensitive)
-            || !contains(QString::number(t.year), q.year, Qt::CaseSensitive)
-            || !contains(formatDuration(t.durationMs), q.duration, Qt::CaseSensitive))
+        if (!contains(t.artist, q.artist, Qt::CaseInsensitive) ||
+            !contains(t.title, q.title, Qt::CaseInsensitive) ||
+            !contains(t.album, q.album, Qt::CaseInsensitive) ||
+            !contains(t.genre, q.genre, Qt::CaseInsensitive) ||
+            !contains(t.comment, q.comment, Qt::CaseInsensitive) ||
+            !contains(QFileInfo(t.filePath).fileName(), q.filename, Qt::CaseInsensitive) ||
+            !contains(QString::number(t.year), q.year, Qt::CaseSensitive) ||
+            !contains(formatDuration(t.durationMs), q.duration, Qt::CaseSensitive))
             continue;
         result.append(t);
     }
@@ -634,11 +671,12 @@ QList<Track> MusicLibrary::search(const QString& text) const
         return runListing(kPlainListing, {name});
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND (artist LIKE ? OR title LIKE ? OR "
-                                         "album LIKE ? OR genre LIKE ? OR comment LIKE ? OR filepath LIKE ? OR "
-                                         "CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)")
-                              + kOrderByArtistTitle,
-                          {name, like, like, like, like, like, like, like, like});
+        return runListing(
+            QStringLiteral("SELECT * FROM tracks WHERE library=? AND (artist LIKE ? OR title LIKE ? OR "
+                           "album LIKE ? OR genre LIKE ? OR comment LIKE ? OR filepath LIKE ? OR "
+                           "CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)") +
+                kOrderByArtistTitle,
+            {name, like, like, like, like, like, like, like, like});
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);
@@ -650,8 +688,9 @@ QList<Track> MusicLibrary::search(const QString& text) const
 
 QList<Track> MusicLibrary::query(const Query& q) const
 {
-    if (q.text.isEmpty() && q.artist.isEmpty() && q.title.isEmpty() && q.album.isEmpty() && q.genre.isEmpty()
-        && q.comment.isEmpty() && q.filename.isEmpty() && q.year.isEmpty() && q.duration.isEmpty())
+    if (q.text.isEmpty() && q.artist.isEmpty() && q.title.isEmpty() && q.album.isEmpty() &&
+        q.genre.isEmpty() && q.comment.isEmpty() && q.filename.isEmpty() && q.year.isEmpty() &&
+        q.duration.isEmpty())
         return search(QString());
     if (folderMode)
         return filterInMemory(q);
@@ -674,8 +713,9 @@ QList<Track> MusicLibrary::query(const Query& q) const
     QStringList conditions;
     QVariantList values;
     if (!q.text.isEmpty()) {
-        conditions << QStringLiteral("(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE "
-                                     "? OR filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
+        conditions << QStringLiteral(
+            "(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE "
+            "? OR filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
         const QString like = QLatin1Char('%') + q.text + QLatin1Char('%');
         for (int i = 0; i < 8; ++i)
             values << like;
@@ -689,7 +729,7 @@ QList<Track> MusicLibrary::query(const Query& q) const
     appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
     appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
     values.prepend(name);
-    return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") + conditions.join(QStringLiteral(" AND "))
-                          + kOrderByArtistTitle,
+    return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") +
+                          conditions.join(QStringLiteral(" AND ")) + kOrderByArtistTitle,
                       values);
 }

@@ -31,6 +31,8 @@ public:
 
     // --- database and schema -------------------------------------------------------------
     static QSqlDatabase database();
+    // The folder of library.db: the configuration location, or "~/.ondaro" when that is empty.
+    static QString databaseFolder(const QString& configLocation);
     static void ensureSchema();
     static bool ftsAvailable();
     // Opens the database and, when it is open, sets up the schema, the track-parameter table and

@@ -1,12 +1,15 @@
 #include "track.h"
 
+#include "trackrowreader.h"
+
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QVariant>
 
 #include <taglib/fileref.h>
 #include <taglib/tag.h>
-#include <taglib/tpropertymap.h>
 #include <taglib/taglib.h>
+#include <taglib/wavfile.h>
 
 namespace {
 
@@ -15,48 +18,53 @@ QString fromTagString(const TagLib::String& s)
     return QString::fromUtf8(s.to8Bit(true).c_str()).trimmed();
 }
 
-// The one place where TagLib versions differ for us. TagLib 1.x gives, for a RIFF file, only the
-// ID3v2 tag through FileRef::tag(), so INFO chunk artist/title come back empty; its properties()
-// map merges both. TagLib 2 merges them in tag() already.
+// The one place where TagLib versions differ for us. TagLib 1.x gives, for a WAV file, only the ID3v2
+// tag through FileRef::tag(), so RIFF INFO artist/title come back empty. TagLib 2 merges both tags,
+// each field taken from the first tag (ID3v2, then INFO) that has it; do the same on 1.x.
 struct TagTexts {
     QString artist, title, album, genre, comment;
     int year = 0;
 };
 
-TagTexts tagTexts(const TagLib::FileRef& ref)
+TagTexts textsOf(const TagLib::Tag* tag)
 {
     TagTexts t;
-    const TagLib::Tag* tag = ref.tag();
     t.artist = fromTagString(tag->artist());
     t.title = fromTagString(tag->title());
     t.album = fromTagString(tag->album());
     t.genre = fromTagString(tag->genre());
     t.comment = fromTagString(tag->comment());
     t.year = static_cast<int>(tag->year());
+    return t;
+}
+
+TagTexts tagTexts(const TagLib::FileRef& ref)
+{
+    TagTexts t = textsOf(ref.tag());
 #if TAGLIB_MAJOR_VERSION < 2
-    const TagLib::PropertyMap props = ref.file()->properties();
-    auto fill = [&props](QString& field, const char* key) {
-        if (!field.isEmpty())
-            return;
-        const auto it = props.find(key);
-        if (it != props.end() && !it->second.isEmpty())
-            field = fromTagString(it->second.front());
-    };
-    fill(t.artist, "ARTIST");
-    fill(t.title, "TITLE");
-    fill(t.album, "ALBUM");
-    fill(t.genre, "GENRE");
-    fill(t.comment, "COMMENT");
-    if (t.year == 0) {
-        const auto it = props.find("DATE");
-        if (it != props.end() && !it->second.isEmpty())
-            t.year = fromTagString(it->second.front()).left(4).toInt();
+    const auto* wav = dynamic_cast<const TagLib::RIFF::WAV::File*>(ref.file());
+    if (wav && wav->hasInfoTag()) {
+        const TagTexts info = textsOf(wav->InfoTag());
+        auto fill = [](QString& field, const QString& fallback) {
+            if (field.isEmpty())
+                field = fallback;
+        };
+        fill(t.artist, info.artist);
+        fill(t.title, info.title);
+        fill(t.album, info.album);
+        fill(t.genre, info.genre);
+        fill(t.comment, info.comment);
+        if (t.year == 0)
+            t.year = info.year;
     }
 #endif
     return t;
 }
 
 } // namespace
+
+// Known to Qt by name, so that queued connections and QVariant lookups by "Track" work.
+[[maybe_unused]] static const int kTrackMetaTypeId = qRegisterMetaType<Track>("Track");
 
 QString formatDuration(qint64 ms)
 {
@@ -68,22 +76,7 @@ QString formatDuration(qint64 ms)
 
 Track trackFromRecord(const QSqlQuery& row)
 {
-    Track t;
-    t.filePath = row.value(QStringLiteral("filepath")).toString();
-    t.artist = row.value(QStringLiteral("artist")).toString();
-    t.title = row.value(QStringLiteral("title")).toString();
-    t.album = row.value(QStringLiteral("album")).toString();
-    t.genre = row.value(QStringLiteral("genre")).toString();
-    t.comment = row.value(QStringLiteral("comment")).toString();
-    t.year = row.value(QStringLiteral("year")).toInt();
-    t.durationMs = row.value(QStringLiteral("duration_ms")).toLongLong();
-    t.category = row.value(QStringLiteral("category")).toString();
-    t.isStream = row.value(QStringLiteral("is_stream")).toInt() != 0;
-    t.streamLimitMs = row.value(QStringLiteral("stream_limit_ms")).toLongLong();
-    t.playCount = row.value(QStringLiteral("play_count")).toInt();
-    t.lastPlayed = QDateTime::fromString(row.value(QStringLiteral("last_played")).toString(), Qt::ISODate);
-    t.dateAdded = QDateTime::fromString(row.value(QStringLiteral("date_added")).toString(), Qt::ISODate);
-    return t;
+    return TrackRowReader(row.record()).read(row);
 }
 
 bool readTags(const QString& path, Track& track)

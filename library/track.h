@@ -20,18 +20,20 @@ struct Track {
     int year = 0;
     qint64 durationMs = 0; // 0 = unknown
     QString category = QStringLiteral("Foreign");
-    QStringList playoutTags;  // playout side only, never stored
-    QTime startTime;          // computed playlist start time, never stored
-    bool isCommand = false;   // playlist command row, never stored
-    QString command;          // command word of a command row, never stored
+    QStringList playoutTags; // playout side only, never stored
+    QTime startTime;         // computed playlist start time, never stored
+    bool isCommand = false;  // playlist command row, never stored
+    QString command;         // command word of a command row, never stored
     bool isStream = false;
-    bool italic = false;      // playlist draws the row in italics, never stored
+    bool italic = false; // playlist draws the row in italics, never stored
     int playCount = 0;
     QDateTime lastPlayed;
     QDateTime dateAdded;
     qint64 streamLimitMs = 0; // how long a stream plays, 0 = no limit
 };
 
+// Every member is relocatable, so lists of Tracks grow by moving memory rather than element by element.
+Q_DECLARE_TYPEINFO(Track, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(Track)
 
 // "--:--" below 1 ms, otherwise "mm:ss" with at least two digits each (minutes uncapped).

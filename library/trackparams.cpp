@@ -9,17 +9,31 @@
 #include <QVariant>
 
 #include <cmath>
+#include <limits>
 
 namespace {
 
+// Numbers are truncated toward zero; values beyond the 64-bit range saturate rather than overflow.
+qint64 truncated(double d)
+{
+    d = std::trunc(d);
+    if (d != d)
+        return 0;
+    if (d <= -9.2e18)
+        return std::numeric_limits<qint64>::min();
+    if (d >= 9.2e18)
+        return std::numeric_limits<qint64>::max();
+    return static_cast<qint64>(d);
+}
+
 qint64 toInt64(const QJsonValue& v, qint64 fallback)
 {
-    return v.isDouble() ? static_cast<qint64>(v.toDouble()) : fallback;
+    return v.isDouble() ? truncated(v.toDouble()) : fallback;
 }
 
 int toInt32(const QJsonValue& v, int fallback)
 {
-    return v.isDouble() ? static_cast<int>(static_cast<qint64>(v.toDouble())) : fallback;
+    return v.isDouble() ? static_cast<int>(truncated(v.toDouble())) : fallback;
 }
 
 QDate toDate(const QJsonValue& v)
@@ -104,7 +118,7 @@ TrackParams TrackParams::fromJson(const QByteArray& json)
     p.endDate = toDate(o.value(QStringLiteral("endDate")));
     const QJsonArray masks = o.value(QStringLiteral("daypart")).toArray();
     for (int i = 0; i < 7 && i < masks.size(); ++i)
-        p.daypart[static_cast<size_t>(i)] = static_cast<quint32>(static_cast<qint64>(masks.at(i).toDouble()));
+        p.daypart[static_cast<size_t>(i)] = static_cast<quint32>(truncated(masks.at(i).toDouble()));
     return p;
 }
 
@@ -145,7 +159,8 @@ void TrackParams::remove(const QString& filepath)
 void TrackParams::ensureTable()
 {
     QSqlQuery q(MusicLibrary::database());
-    q.exec(QStringLiteral("CREATE TABLE IF NOT EXISTS track_params( filepath TEXT PRIMARY KEY, params TEXT)"));
+    q.exec(
+        QStringLiteral("CREATE TABLE IF NOT EXISTS track_params( filepath TEXT PRIMARY KEY, params TEXT)"));
 }
 
 int TrackParams::trackRating(const QString& filepath)

@@ -10,24 +10,24 @@
 // The playout parameters of one audio file, stored as compact JSON per file path in the
 // library database's track_params table. Times are milliseconds from the start of the file.
 struct TrackParams {
-    qint64 start = 0;   // cue-in, 0 = not set
-    qint64 end = 0;     // cue-out, <= 0 = play to the real end
+    qint64 start = 0; // cue-in, 0 = not set
+    qint64 end = 0;   // cue-out, <= 0 = play to the real end
     qint64 intro = 0;
     qint64 outro = 0;
     qint64 hookIn = 0;
     qint64 hookOut = 0;
-    int fadeIn = -1;    // -1 = engine setting applies
-    int mix = -1;       // -1 = not set
-    int fadeOut = -1;   // -1 = not set
-    qint64 mixStart = -1; // position at which the next track starts, -1 = not set
+    int fadeIn = -1;         // -1 = engine setting applies
+    int mix = -1;            // -1 = not set
+    int fadeOut = -1;        // -1 = not set
+    qint64 mixStart = -1;    // position at which the next track starts, -1 = not set
     qint64 voiceoverIns = 0; // insert point, 0 = no voiceover
     QString voiceoverSource;
     int voiceoverPosition = 0;
     int voiceoverProbability = 100; // percent
     double voiceoverLevel = 1.0;    // linear gain
     QDate voiceoverNotAfter;
-    double level = 1.0;             // linear gain
-    int rating = 0;                 // 0..10 through setTrackRating
+    double level = 1.0; // linear gain
+    int rating = 0;     // 0..10 through setTrackRating
     QStringList tags;
     bool disabled = false;
     QDate startDate;
