@@ -1,0 +1,820 @@
+#include "playlistmodel.h"
+
+#include "trackparams.h"
+
+#include <QBrush>
+#include <QColor>
+#include <QDataStream>
+#include <QFont>
+#include <QIODevice>
+#include <QLocale>
+#include <QMimeData>
+#include <QRandomGenerator64>
+#include <QUrl>
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <vector>
+
+namespace {
+
+// Texts and colours as the user sees them, kept in one place.
+const QString kRowsMimeType = QStringLiteral("application/x-ondaro-rows");
+const QString kUriListMimeType = QStringLiteral("text/uri-list");
+const QString kRemoveSymbol = QStringLiteral("\u2715");
+const QString kStopSymbol = QStringLiteral("\u23F9");
+const QString kCounterHeader = QStringLiteral("\u266B");
+const QString kStartTimeFormat = QStringLiteral("h:mm:ss AP");
+const QString kNoStartTime = QStringLiteral("--");
+const QString kLive = QStringLiteral("LIVE");
+const QString kJingleCategory = QStringLiteral("Jingle");
+const QString kOnlineStreamArtist = QStringLiteral("Online stream");
+const QString kHourMarkerTip = QStringLiteral("Start of the %1:00 hour");
+const QString kQueuePositionTip = QStringLiteral("Playback queue position %1");
+const QString kRemoveTip = QStringLiteral("Remove this track");
+const QString kStopTip = QStringLiteral("Insert a STOP command after this track");
+
+const QColor kHourMarkerBackground(226, 240, 226);
+const QColor kCommandBackground(255, 235, 200);
+const QColor kCurrentBackground(179, 215, 255);
+const QColor kVoiceoverBackground(255, 214, 234);
+
+const QColor kRemoveForeground(200, 60, 60);
+const QColor kStopForeground(150, 110, 40);
+const QColor kPlayedForeground(150, 150, 150);
+const QColor kStreamForeground(40, 130, 150);
+const QColor kCommandForeground(160, 90, 0);
+const QColor kJingleForeground(120, 120, 120);
+
+constexpr int kLastRole = Qt::ForegroundRole; // 9: every role above it is unknown here
+constexpr int kSecondsPerDay = 24 * 60 * 60;
+
+bool isJingle(const Track& track)
+{
+    return track.category.compare(kJingleCategory, Qt::CaseInsensitive) == 0;
+}
+
+// Row firstRow + offset (offset >= 0), or nothing when that number does not fit in an int.
+std::optional<int> offsetRow(int firstRow, int offset)
+{
+    if (firstRow > std::numeric_limits<int>::max() - offset)
+        return std::nullopt;
+    return firstRow + offset;
+}
+
+} // namespace
+
+bool isStreamUrl(const QString& text)
+{
+    static const QStringList prefixes = {QStringLiteral("http://"), QStringLiteral("https://"),
+                                         QStringLiteral("mms://"), QStringLiteral("rtsp://"),
+                                         QStringLiteral("rtmp://")};
+    const QString trimmed = text.trimmed();
+    for (const QString& prefix : prefixes) {
+        if (trimmed.startsWith(prefix, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+Track trackFromStreamUrl(const QString& text)
+{
+    Track track;
+    const QString address = text.trimmed();
+    track.artist = kOnlineStreamArtist;
+    track.title = address;
+    track.filePath = address;
+    track.isStream = true;
+    track.streamLimitMs = 0;
+    track.durationMs = 0;
+    return track;
+}
+
+Track trackFromDroppedFile(const QString& path)
+{
+    Track track;
+    track.filePath = path;
+    // Both separators count on every platform: a Windows path dropped here still names the track.
+    const int slash = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
+    QString name = path.mid(slash + 1);
+    const int dot = name.lastIndexOf(QLatin1Char('.'));
+    if (dot > 0)
+        name.truncate(dot);
+    const int separator = name.indexOf(QStringLiteral(" - "));
+    if (separator >= 1) {
+        track.artist = name.left(separator).trimmed();
+        track.title = name.mid(separator + 3).trimmed();
+    } else {
+        track.title = name;
+    }
+    return track;
+}
+
+QString PlaylistModel::rowsMimeType()
+{
+    return kRowsMimeType;
+}
+
+PlaylistModel::PlaylistModel(QObject* parent)
+    : QAbstractTableModel(parent), m_startAnchor(QTime::currentTime())
+{
+}
+
+// --- item model ---------------------------------------------------------------------------
+
+int PlaylistModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(m_rows.size());
+}
+
+int PlaylistModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(ColumnCount);
+}
+
+QVariant PlaylistModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    switch (section) {
+    case RemoveColumn:
+    case StopColumn:
+        return QString();
+    case NumberColumn:
+        return QStringLiteral("#");
+    case StartTimeColumn:
+        return QStringLiteral("Start time");
+    case TitleColumn:
+        return QStringLiteral("Track Title");
+    case DurationColumn:
+        return QStringLiteral("Duration");
+    case CounterColumn:
+        return kCounterHeader;
+    default:
+        return {};
+    }
+}
+
+Qt::ItemFlags PlaylistModel::flags(const QModelIndex& index) const
+{
+    if (!index.isValid())
+        return Qt::ItemIsDropEnabled; // a drop between or below the rows
+    return Qt::ItemIsSelectable | Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled | Qt::ItemIsEnabled;
+}
+
+QVariant PlaylistModel::data(const QModelIndex& index, int role) const
+{
+    const int row = index.row();
+    const int column = index.column();
+    if (!index.isValid() || row < 0 || column < 0 || row >= m_rows.size() || column >= ColumnCount ||
+        role < 0 || role > kLastRole)
+        return {};
+    switch (role) {
+    case Qt::DisplayRole:
+        return displayData(row, column);
+    case Qt::ToolTipRole:
+        return toolTipData(row, column);
+    case Qt::FontRole:
+        return fontData(row);
+    case Qt::TextAlignmentRole:
+        if (column == RemoveColumn || column == NumberColumn || column == DurationColumn ||
+            column == StopColumn)
+            return int(Qt::AlignCenter);
+        if (column == StartTimeColumn)
+            return int(Qt::AlignLeft | Qt::AlignVCenter);
+        return {};
+    case Qt::BackgroundRole:
+        return backgroundData(row);
+    case Qt::ForegroundRole:
+        return foregroundData(row, column);
+    default:
+        return {};
+    }
+}
+
+QString PlaylistModel::titleText(int row) const
+{
+    const Track& track = m_rows.at(row);
+    QString text;
+    if (track.isCommand)
+        text = QStringLiteral(">> ") + track.command.toUpper() + QStringLiteral(" <<");
+    else if (!track.artist.isEmpty() && !track.title.isEmpty())
+        text = track.artist + QStringLiteral(" - ") + track.title;
+    else if (!track.title.isEmpty())
+        text = track.title;
+    else
+        text = track.filePath;
+    const int position = queuePosition(row);
+    if (position > 0)
+        text = QStringLiteral("[%1]  %2").arg(QString::number(position), text);
+    return text;
+}
+
+QVariant PlaylistModel::displayData(int row, int column) const
+{
+    const Track& track = m_rows.at(row);
+    switch (column) {
+    case RemoveColumn:
+        return kRemoveSymbol;
+    case NumberColumn:
+        return row + 1;
+    case StartTimeColumn:
+        // The C locale keeps "AM"/"PM" whatever the desktop's language is.
+        return track.startTime.isValid() ? QLocale::c().toString(track.startTime, kStartTimeFormat)
+                                         : kNoStartTime;
+    case TitleColumn:
+        return titleText(row);
+    case DurationColumn:
+        if (!track.isStream)
+            return formatDuration(track.durationMs);
+        return track.streamLimitMs < 1 ? kLive : formatDuration(track.streamLimitMs);
+    case CounterColumn: {
+        const int counter = m_rowCounters.value(row, 0);
+        return counter >= 1 ? QString::number(counter) : QString();
+    }
+    case StopColumn:
+        return track.isCommand ? QString() : kStopSymbol;
+    default:
+        return {};
+    }
+}
+
+QVariant PlaylistModel::toolTipData(int row, int column) const
+{
+    if (column == StartTimeColumn) {
+        const int hour = hourMarkerAt(row);
+        if (hour >= 0)
+            return kHourMarkerTip.arg(hour, 2, 10, QLatin1Char('0'));
+    }
+    if (column == TitleColumn) {
+        const int position = queuePosition(row);
+        if (position > 0)
+            return kQueuePositionTip.arg(position);
+    }
+    if (column == RemoveColumn)
+        return kRemoveTip;
+    if (column == StopColumn)
+        return kStopTip;
+    return {};
+}
+
+QVariant PlaylistModel::fontData(int row) const
+{
+    const Track& track = m_rows.at(row);
+    if (row == m_currentRow || track.isCommand) {
+        QFont font;
+        font.setWeight(QFont::Bold);
+        font.setItalic(track.italic);
+        return font;
+    }
+    if (track.italic) {
+        QFont font;
+        font.setWeight(QFont::Normal);
+        font.setItalic(true);
+        return font;
+    }
+    return {};
+}
+
+QVariant PlaylistModel::backgroundData(int row) const
+{
+    const Track& track = m_rows.at(row);
+    if (hourMarkerAt(row) >= 0)
+        return QBrush(kHourMarkerBackground);
+    if (track.isCommand)
+        return QBrush(kCommandBackground);
+    if (row == m_currentRow)
+        return QBrush(kCurrentBackground);
+    if (track.isStream || track.filePath.isEmpty())
+        return {};
+    // Read on every request on purpose: an editor elsewhere may have just changed the parameters.
+    const TrackParams params = TrackParams::load(track.filePath);
+    if (params.voiceoverIns >= 1 && !params.voiceoverSource.isEmpty())
+        return QBrush(kVoiceoverBackground);
+    return {};
+}
+
+QVariant PlaylistModel::foregroundData(int row, int column) const
+{
+    const Track& track = m_rows.at(row);
+    if (column == RemoveColumn)
+        return QBrush(kRemoveForeground);
+    if (column == StopColumn)
+        return QBrush(kStopForeground);
+    if (m_playedRows.contains(row) && row != m_currentRow)
+        return QBrush(kPlayedForeground);
+    if (track.isStream)
+        return QBrush(kStreamForeground);
+    if (track.isCommand)
+        return QBrush(kCommandForeground);
+    if (isJingle(track))
+        return QBrush(kJingleForeground);
+    return {};
+}
+
+// --- drag and drop ------------------------------------------------------------------------
+
+QStringList PlaylistModel::mimeTypes() const
+{
+    return {kRowsMimeType, kUriListMimeType};
+}
+
+QMimeData* PlaylistModel::mimeData(const QModelIndexList& indexes) const
+{
+    QList<int> rows;
+    QSet<int> taken;
+    for (const QModelIndex& index : indexes) {
+        if (!index.isValid() || index.row() < 0 || index.column() < 0 || index.model() == nullptr)
+            continue;
+        if (taken.contains(index.row()))
+            continue; // each selected row arrives once per column
+        taken.insert(index.row());
+        rows.append(index.row());
+    }
+    std::sort(rows.begin(), rows.end());
+
+    QByteArray payload;
+    QDataStream out(&payload, QIODevice::WriteOnly);
+    out << qint32(rows.size());
+    for (int row : rows)
+        out << qint32(row);
+
+    auto* mime = new QMimeData;
+    mime->setData(kRowsMimeType, payload);
+    return mime;
+}
+
+bool PlaylistModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                                 const QModelIndex& parent)
+{
+    Q_UNUSED(column)
+    if (action == Qt::IgnoreAction)
+        return true;
+    if (data == nullptr)
+        return false;
+    int destination = row;
+    if (destination < 0)
+        destination = parent.isValid() ? parent.row() : rowCount();
+
+    if (data->hasFormat(kRowsMimeType)) {
+        QDataStream in(data->data(kRowsMimeType));
+        qint32 count = 0;
+        in >> count;
+        QList<int> rows;
+        for (qint32 i = 0; i < count; ++i) {
+            qint32 value = 0;
+            in >> value;
+            rows.append(value);
+            // Past the end every further number reads as 0; one such 0 stands for all of them, so a
+            // forged count cannot make us loop or allocate for nothing.
+            if (in.status() != QDataStream::Ok)
+                break;
+        }
+        moveTracks(rows, destination);
+        // False on purpose: a view that made a move drag must not remove the source rows again.
+        return false;
+    }
+
+    if (!data->hasUrls())
+        return false;
+
+    QList<Track> dropped;
+    const QList<QUrl> urls = data->urls();
+    for (const QUrl& url : urls) {
+        const QString text = url.isLocalFile() ? url.toLocalFile() : url.toString();
+        if (text.isEmpty())
+            continue;
+        const bool stream = isStreamUrl(text);
+        if (!url.isLocalFile() && !stream)
+            continue; // ftp and other schemes are not playable here
+        dropped.append(stream ? trackFromStreamUrl(text) : trackFromDroppedFile(text));
+    }
+    if (dropped.isEmpty())
+        return false;
+
+    const int count = int(dropped.size());
+    const int first = insertTracksAt(destination, std::move(dropped));
+    emit tracksInserted(first, count);
+    return true;
+}
+
+Qt::DropActions PlaylistModel::supportedDropActions() const
+{
+    return Qt::CopyAction | Qt::MoveAction;
+}
+
+// --- read access --------------------------------------------------------------------------
+
+const QList<Track>& PlaylistModel::tracks() const
+{
+    return m_rows;
+}
+
+int PlaylistModel::currentRow() const
+{
+    return m_currentRow;
+}
+
+const QList<int>& PlaylistModel::queue() const
+{
+    return m_queue;
+}
+
+int PlaylistModel::queuePosition(int row) const
+{
+    return int(m_queue.indexOf(row)) + 1;
+}
+
+PlaylistModel::MixOverride PlaylistModel::rowMixOverride(int row) const
+{
+    return m_rowMixOverrides.value(row, MixOverride(-1, -1));
+}
+
+QList<PlaylistModel::MixOverride> PlaylistModel::rowMixOverrides(int firstRow, int count) const
+{
+    QList<MixOverride> values;
+    if (count < 1)
+        return values;
+    values.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        const std::optional<int> row = offsetRow(firstRow, i);
+        values.append(row ? rowMixOverride(*row) : MixOverride(-1, -1));
+    }
+    return values;
+}
+
+bool PlaylistModel::isPlayed(int row) const
+{
+    return m_playedRows.contains(row);
+}
+
+const QSet<int>& PlaylistModel::playedRows() const
+{
+    return m_playedRows;
+}
+
+int PlaylistModel::rowCounter(int row) const
+{
+    return m_rowCounters.value(row, 0);
+}
+
+bool PlaylistModel::hourMarkersVisible() const
+{
+    return m_hourMarkersVisible;
+}
+
+int PlaylistModel::hourMarkerAt(int row) const
+{
+    if (!m_hourMarkersVisible || !isValidRow(row))
+        return -1;
+    const QTime start = m_rows.at(row).startTime;
+    if (!start.isValid())
+        return -1;
+    if (row == 0)
+        return start.hour();
+    const QTime previous = m_rows.at(row - 1).startTime;
+    if (!previous.isValid())
+        return -1;
+    return start.hour() != previous.hour() ? start.hour() : -1;
+}
+
+QTime PlaylistModel::startAnchor() const
+{
+    return m_startAnchor;
+}
+
+qint64 PlaylistModel::totalDuration() const
+{
+    qint64 total = 0;
+    for (const Track& track : m_rows)
+        total += track.durationMs;
+    return total;
+}
+
+// --- structure ----------------------------------------------------------------------------
+
+void PlaylistModel::appendTrack(const Track& track)
+{
+    insertTrack(rowCount(), track);
+}
+
+void PlaylistModel::insertTrack(int row, const Track& track)
+{
+    insertTracksAt(row, QList<Track>{track});
+}
+
+int PlaylistModel::insertTracksAt(int row, QList<Track> tracks)
+{
+    const int first = std::clamp(row, 0, rowCount());
+    const int count = int(tracks.size());
+    if (count == 0)
+        return first;
+    beginInsertRows(QModelIndex(), first, first + count - 1);
+    // Open the gap once, then fill it: a drop of a whole folder shifts the rows below only once.
+    m_rows.insert(first, count, Track());
+    for (int i = 0; i < count; ++i)
+        m_rows[first + i] = std::move(tracks[i]);
+    endInsertRows();
+    recalculateStartTimes();
+    return first;
+}
+
+void PlaylistModel::removeTrack(int row)
+{
+    if (!isValidRow(row))
+        return;
+    beginRemoveRows(QModelIndex(), row, row);
+    m_rows.removeAt(row);
+    endRemoveRows();
+    if (m_currentRow == row)
+        m_currentRow = -1;
+    else if (m_currentRow > row)
+        --m_currentRow;
+    recalculateStartTimes();
+}
+
+void PlaylistModel::removeTracksAfter(int row)
+{
+    if (row < 0)
+        row = m_currentRow >= 0 ? m_currentRow : 0;
+    // "rowCount() - 1 > row" rather than "rowCount() > row + 1": the largest int must keep every row,
+    // not wrap around and loop forever.
+    while (rowCount() - 1 > row)
+        removeTrack(rowCount() - 1);
+}
+
+void PlaylistModel::removeTracksBefore(int count)
+{
+    if (count < 0)
+        count = m_currentRow;
+    if (count < 1)
+        return;
+    for (int i = 0; i < count && !m_rows.isEmpty(); ++i)
+        removeTrack(0); // its own remove notification, current-row adjustment and recomputation
+    m_playedRows.clear();
+}
+
+void PlaylistModel::moveTrack(int from, int to)
+{
+    if (!isValidRow(from))
+        return;
+    to = std::clamp(to, 0, rowCount() - 1);
+    if (from == to)
+        return;
+    beginResetModel();
+    m_rows.move(from, to);
+    if (m_currentRow == from)
+        m_currentRow = to;
+    endResetModel();
+    recalculateStartTimes();
+}
+
+void PlaylistModel::moveTracks(const QList<int>& rows, int destination)
+{
+    if (rows.isEmpty())
+        return;
+    // Only distinct rows of this table take part: a payload from elsewhere may hold anything.
+    QList<int> sorted;
+    sorted.reserve(rows.size());
+    for (int row : rows) {
+        if (isValidRow(row))
+            sorted.append(row);
+    }
+    std::sort(sorted.begin(), sorted.end());
+    sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+    if (sorted.isEmpty())
+        return;
+
+    // One pass instead of a removal and an insertion per row: a drag of many rows on a long
+    // playlist stays linear in its length.
+    const int n = rowCount();
+    std::vector<bool> listed(size_t(n), false);
+    int before = 0;
+    for (int row : sorted) {
+        listed[size_t(row)] = true;
+        if (row < destination)
+            ++before;
+    }
+
+    beginResetModel();
+    QList<Track> moving;
+    QList<Track> remaining;
+    moving.reserve(sorted.size());
+    remaining.reserve(n - sorted.size());
+    for (int row = 0; row < n; ++row) {
+        if (listed[size_t(row)])
+            moving.append(std::move(m_rows[row]));
+        else
+            remaining.append(std::move(m_rows[row]));
+    }
+    const int position = std::clamp(destination - before, 0, int(remaining.size()));
+    QList<Track> reordered;
+    reordered.reserve(n);
+    for (int i = 0; i < position; ++i)
+        reordered.append(std::move(remaining[i]));
+    for (Track& track : moving)
+        reordered.append(std::move(track));
+    for (int i = position; i < remaining.size(); ++i)
+        reordered.append(std::move(remaining[i]));
+    m_rows = std::move(reordered);
+    endResetModel();
+    recalculateStartTimes();
+}
+
+void PlaylistModel::clear()
+{
+    beginResetModel();
+    m_rows.clear();
+    m_currentRow = -1;
+    m_playedRows.clear();
+    m_rowCounters.clear();
+    endResetModel();
+}
+
+void PlaylistModel::shuffle()
+{
+    const int n = rowCount();
+    if (n < 2)
+        return;
+    beginResetModel();
+    QRandomGenerator64* random = QRandomGenerator64::global();
+    for (int k = n; k >= 2; --k) {
+        // The 32-bit draw: QRandomGenerator64::generate() itself would give 64 bits.
+        const quint32 x = random->QRandomGenerator::generate();
+        const int j = int((quint64(x) * quint64(k)) >> 32);
+        m_rows.swapItemsAt(k - 1, j);
+    }
+    m_rowMixOverrides.clear();
+    m_queue.clear();
+    endResetModel();
+    recalculateStartTimes();
+}
+
+void PlaylistModel::replaceTrack(int row, const Track& track)
+{
+    if (!isValidRow(row))
+        return;
+    m_rows[row] = track;
+    emitRowChanged(row);
+}
+
+// --- playing mark and played set ----------------------------------------------------------
+
+void PlaylistModel::setCurrentRow(int row)
+{
+    const int old = m_currentRow;
+    if (isValidRow(old)) {
+        // Clearing the mark (-1) does not count the last row as played.
+        if (row >= 0 && row != old)
+            m_playedRows.insert(old);
+        m_currentRow = row;
+        emitRowChanged(old);
+    } else {
+        m_currentRow = row;
+    }
+    if (isValidRow(row))
+        emitRowChanged(row);
+}
+
+void PlaylistModel::markPlayed(int row)
+{
+    if (!isValidRow(row) || m_playedRows.contains(row))
+        return;
+    m_playedRows.insert(row);
+    emitRowChanged(row);
+}
+
+void PlaylistModel::clearPlayed()
+{
+    if (m_playedRows.isEmpty())
+        return;
+    m_playedRows.clear();
+    emitWholeTableChanged();
+}
+
+// --- play queue ---------------------------------------------------------------------------
+
+void PlaylistModel::enqueue(int row)
+{
+    if (!isValidRow(row) || m_queue.contains(row))
+        return;
+    m_queue.append(row);
+    emitRowChanged(row);
+}
+
+int PlaylistModel::takeNextQueued()
+{
+    while (!m_queue.isEmpty()) {
+        const int row = m_queue.takeFirst();
+        if (isValidRow(row)) {
+            emitWholeTableChanged();
+            return row;
+        }
+    }
+    return -1;
+}
+
+void PlaylistModel::dequeue(int row)
+{
+    if (m_queue.removeOne(row))
+        emitWholeTableChanged();
+}
+
+void PlaylistModel::moveQueued(int from, int to)
+{
+    const int size = int(m_queue.size());
+    if (from < 0 || from >= size || to < 0 || to >= size)
+        return;
+    m_queue.move(from, to);
+    emitWholeTableChanged();
+}
+
+void PlaylistModel::clearQueue()
+{
+    if (m_queue.isEmpty())
+        return;
+    m_queue.clear();
+    emitWholeTableChanged();
+}
+
+// --- per-row values -----------------------------------------------------------------------
+
+void PlaylistModel::setRowMixOverrides(int firstRow, const QList<PlaylistModel::MixOverride>& values)
+{
+    // Rows outside the table are kept too; nothing is shown for these values, so nothing is signalled.
+    for (int i = 0; i < values.size(); ++i) {
+        const std::optional<int> row = offsetRow(firstRow, i);
+        if (!row)
+            break; // no row number left: never wrap around to negative rows
+        const MixOverride& value = values.at(i);
+        if (value.first < 0 && value.second < 0)
+            m_rowMixOverrides.remove(*row);
+        else
+            m_rowMixOverrides.insert(*row, value);
+    }
+}
+
+void PlaylistModel::raiseRowCounter(int row, int value)
+{
+    if (!isValidRow(row) || value < 1)
+        return;
+    if (m_rowCounters.value(row, 0) >= value)
+        return;
+    m_rowCounters.insert(row, value);
+    const QModelIndex cell = index(row, CounterColumn);
+    emit dataChanged(cell, cell);
+}
+
+// --- schedule -----------------------------------------------------------------------------
+
+void PlaylistModel::setHourMarkersVisible(bool on)
+{
+    if (on == m_hourMarkersVisible)
+        return;
+    m_hourMarkersVisible = on;
+    emitWholeTableChanged();
+}
+
+void PlaylistModel::recalculateStartTimes()
+{
+    QTime t = m_startAnchor;
+    for (Track& track : m_rows) {
+        track.startTime = t;
+        // Whole seconds, truncated row by row; a negative length adds nothing.
+        const qint64 seconds = std::max<qint64>(track.durationMs / 1000, 0);
+        t = t.addSecs(int(seconds % kSecondsPerDay));
+    }
+    if (!m_rows.isEmpty())
+        emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
+}
+
+void PlaylistModel::setStartAnchor(const QTime& anchor)
+{
+    m_startAnchor = anchor;
+    recalculateStartTimes();
+}
+
+void PlaylistModel::refresh()
+{
+    emitWholeTableChanged();
+}
+
+// --- helpers ------------------------------------------------------------------------------
+
+bool PlaylistModel::isValidRow(int row) const
+{
+    return row >= 0 && row < m_rows.size();
+}
+
+void PlaylistModel::emitRowChanged(int row)
+{
+    emit dataChanged(index(row, 0), index(row, ColumnCount - 1));
+}
+
+void PlaylistModel::emitWholeTableChanged()
+{
+    if (m_rows.isEmpty())
+        return;
+    emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
+}

@@ -1,0 +1,166 @@
+#pragma once
+
+#include "track.h"
+
+#include <QAbstractTableModel>
+#include <QHash>
+#include <QList>
+#include <QPair>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QTime>
+
+class QMimeData;
+
+// True for a trimmed text that begins, in any letter case, with "http://", "https://", "mms://",
+// "rtsp://" or "rtmp://".
+bool isStreamUrl(const QString& text);
+
+// A playlist row for an online stream: artist "Online stream", title and filePath the trimmed address,
+// no time limit (shown as "LIVE").
+Track trackFromStreamUrl(const QString& text);
+
+// A playlist row for a dropped local file, named from the file name ("Artist - Title.ext"); nothing is
+// read from the file, so its duration stays unknown.
+Track trackFromDroppedFile(const QString& path);
+
+// The running order of the playout side, shown as a seven-column table.
+//
+// Row-keyed state (current row, play queue, played set, counters, mix overrides) holds plain row
+// indices and is deliberately NOT renumbered when rows are inserted, moved, shuffled or removed, except
+// where an operation says so: the view shows whatever row now has that index.
+//
+// Names chosen here where none was given: MixOverride (the pair of mix point ms and fade-out ms, -1 =
+// none), the column enum, rowsMimeType(), setStartAnchor()/startAnchor() (fix or move the schedule's
+// start), replaceTrack() (update one record in place without recomputing the schedule), and the read
+// accessors isPlayed(), playedRows(), rowCounter(), hourMarkersVisible().
+class PlaylistModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    // Mix point (first) and fade-out (second) in milliseconds; -1 in either half means none.
+    using MixOverride = QPair<int, int>;
+
+    enum Column {
+        RemoveColumn = 0,
+        NumberColumn = 1,
+        StartTimeColumn = 2,
+        TitleColumn = 3,
+        DurationColumn = 4,
+        CounterColumn = 5,
+        StopColumn = 6,
+        ColumnCount = 7
+    };
+
+    // "application/x-ondaro-rows": this playlist's own row-move payload.
+    static QString rowsMimeType();
+
+    explicit PlaylistModel(QObject* parent = nullptr);
+
+    // --- item model -----------------------------------------------------------------------
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+
+    // --- drag and drop --------------------------------------------------------------------
+    QStringList mimeTypes() const override;
+    QMimeData* mimeData(const QModelIndexList& indexes) const override;
+    bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                      const QModelIndex& parent) override;
+    Qt::DropActions supportedDropActions() const override;
+
+    // --- read access ----------------------------------------------------------------------
+    const QList<Track>& tracks() const;
+    int currentRow() const;
+    // Row numbers in the order in which they are to play.
+    const QList<int>& queue() const;
+    // 1-based position of row in the queue, 0 when it is not queued.
+    int queuePosition(int row) const;
+    MixOverride rowMixOverride(int row) const;
+    QList<MixOverride> rowMixOverrides(int firstRow, int count) const;
+    bool isPlayed(int row) const;
+    const QSet<int>& playedRows() const;
+    // The counter of column 5, 0 when the row has none.
+    int rowCounter(int row) const;
+    bool hourMarkersVisible() const;
+    // The hour (0..23) that begins at row, or -1.
+    int hourMarkerAt(int row) const;
+    // Start time of row 0; the time of day at construction unless setStartAnchor moved it.
+    QTime startAnchor() const;
+    // Sum of durationMs over all rows, milliseconds.
+    qint64 totalDuration() const;
+
+public slots:
+    // --- structure (each recomputes start times unless stated) -----------------------------
+    void appendTrack(const Track& track);
+    void insertTrack(int row, const Track& track);
+    void removeTrack(int row);
+    void removeTracksAfter(int row = -1);
+    void removeTracksBefore(int count = -1);
+    void moveTrack(int from, int to);
+    void moveTracks(const QList<int>& rows, int destination);
+    void clear();
+    void shuffle();
+    // Replaces the record of row as given (startTime included) and signals that row; does not
+    // recompute the schedule, so a caller that changes durations calls recalculateStartTimes() once
+    // after its batch. Ignores an invalid row.
+    void replaceTrack(int row, const Track& track);
+
+    // --- playing mark and played set --------------------------------------------------------
+    void setCurrentRow(int row);
+    void markPlayed(int row);
+    void clearPlayed();
+
+    // --- play queue -----------------------------------------------------------------------
+    void enqueue(int row);
+    // Removes and returns the first queued entry that is still a valid row, -1 when none.
+    int takeNextQueued();
+    void dequeue(int row);
+    // from and to are 0-based positions in the queue.
+    void moveQueued(int from, int to);
+    void clearQueue();
+
+    // --- per-row values -------------------------------------------------------------------
+    void setRowMixOverrides(int firstRow, const QList<PlaylistModel::MixOverride>& values);
+    void raiseRowCounter(int row, int value);
+
+    // --- schedule -------------------------------------------------------------------------
+    void setHourMarkersVisible(bool on);
+    void recalculateStartTimes();
+    // Re-anchors the schedule (tests fix it; a station may align it to the actual start) and
+    // recomputes start times.
+    void setStartAnchor(const QTime& anchor);
+    // Repaints every row (for example after track parameters changed in the store).
+    void refresh();
+
+signals:
+    // Emitted after dropped URLs became rows firstRow..firstRow+count-1.
+    void tracksInserted(int firstRow, int count);
+
+private:
+    bool isValidRow(int row) const;
+    // Inserts tracks at row (clamped to 0..rowCount()) with one insert notification, recomputes the
+    // start times and returns the row of the first new track.
+    int insertTracksAt(int row, QList<Track> tracks);
+    void emitRowChanged(int row);
+    void emitWholeTableChanged();
+    QString titleText(int row) const;
+    QVariant displayData(int row, int column) const;
+    QVariant toolTipData(int row, int column) const;
+    QVariant backgroundData(int row) const;
+    QVariant foregroundData(int row, int column) const;
+    QVariant fontData(int row) const;
+
+    QHash<int, MixOverride> m_rowMixOverrides;
+    QList<int> m_queue;
+    QSet<int> m_playedRows;
+    QHash<int, int> m_rowCounters;
+    bool m_hourMarkersVisible = false;
+    QList<Track> m_rows;
+    int m_currentRow = -1;
+    QTime m_startAnchor;
+};
