@@ -230,7 +230,7 @@ QVariant PlaylistModel::displayData(int row, int column) const
             return formatDuration(track.durationMs);
         return track.streamLimitMs < 1 ? kLive : formatDuration(track.streamLimitMs);
     case CounterColumn: {
-        const int counter = m_rowCounters.value(row, 0);
+        const int counter = rowCounter(row);
         return counter >= 1 ? QString::number(counter) : QString();
     }
     case StopColumn:
@@ -759,7 +759,7 @@ void PlaylistModel::raiseRowCounter(int row, int value)
 {
     if (!isValidRow(row) || value < 1)
         return;
-    if (m_rowCounters.value(row, 0) >= value)
+    if (rowCounter(row) >= value)
         return;
     m_rowCounters.insert(row, value);
     const QModelIndex cell = index(row, CounterColumn);

@@ -564,17 +564,17 @@ void TestPlaylistDragDrop::tracksInsertedArrivesAfterTheNewRowsAreInAndScheduled
                               .arg(bottomRight.column());
             });
     QList<QTime> newStartsSeenBySignal;
-    connect(&model, &PlaylistModel::tracksInserted, &model,
-            [&](int first, int count) {
-                events << QStringLiteral("tracksInserted %1 %2").arg(first).arg(count);
-                for (int row = first; row < first + count; ++row)
-                    newStartsSeenBySignal << model.tracks().at(row).startTime;
-            });
+    connect(&model, &PlaylistModel::tracksInserted, &model, [&](int first, int count) {
+        events << QStringLiteral("tracksInserted %1 %2").arg(first).arg(count);
+        for (int row = first; row < first + count; ++row)
+            newStartsSeenBySignal << model.tracks().at(row).startTime;
+    });
     auto mime = urlMime({QUrl::fromLocalFile(QStringLiteral("/music/a.mp3")),
                          QUrl(QStringLiteral("http://radio.example/b"))});
     QVERIFY(model.dropMimeData(mime.get(), Qt::CopyAction, 1, 0, QModelIndex()));
-    QCOMPARE(events, (QStringList{QStringLiteral("rowsInserted 1-2"), QStringLiteral("dataChanged (0,2)-(4,2)"),
-                                  QStringLiteral("tracksInserted 1 2")}));
+    QCOMPARE(events,
+             (QStringList{QStringLiteral("rowsInserted 1-2"), QStringLiteral("dataChanged (0,2)-(4,2)"),
+                          QStringLiteral("tracksInserted 1 2")}));
     // A dropped row arrives without a time; by the time the signal comes it has one. Both new rows
     // last 0 ms, so they start together and the old rows below keep their times.
     QCOMPARE(newStartsSeenBySignal, (QList<QTime>{QTime(9, 1, 0), QTime(9, 1, 0)}));
