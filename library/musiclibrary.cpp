@@ -1,11 +1,11 @@
 #include "musiclibrary.h"
 
+#include "jsonnumber.h"
+#include "librarysql.h"
 #include "trackparams.h"
 #include "trackrowreader.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 #include <QDir>
 #include <QFile>
@@ -22,11 +22,15 @@ namespace {
 
 const QString kConnectionName = QStringLiteral("od_library");
 
-const char* const kOrderByArtistTitle = " ORDER BY artist COLLATE NOCASE, title COLLATE NOCASE";
-const QString kPlainListing = QStringLiteral("SELECT * FROM tracks WHERE library=?") + kOrderByArtistTitle;
-const QString kFtsListing = QStringLiteral(
-    "SELECT t.* FROM tracks t WHERE t.library=? AND t.id IN (SELECT rowid FROM tracks_fts WHERE tracks_fts "
-    "MATCH ?) ORDER BY t.artist COLLATE NOCASE, t.title COLLATE NOCASE");
+// An empty text that binds as '' (a null QString binds as NULL).
+const QString kEmptyText = QStringLiteral("");
+
+// The library name as bound to a statement: an object without a name addresses the rows of library ''.
+const QString& orEmpty(const QString& text)
+{
+    return text.isNull() ? kEmptyText : text;
+}
+
 const QString kInsertTrack = QStringLiteral(
     "INSERT INTO tracks(library,filepath,filename,artist,title,album,genre,comment,year,duration_ms,"
     "duration_str,category,is_stream,stream_limit_ms,date_added) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
@@ -46,16 +50,16 @@ void exec(const QString& sql)
     q.exec(sql);
 }
 
-bool hasColumn(const QString& column)
+// The column names of `tracks`, as "PRAGMA table_info" lists them.
+QStringList trackColumns()
 {
+    QStringList names;
     QSqlQuery q(MusicLibrary::database());
     if (!q.exec(QStringLiteral("PRAGMA table_info(tracks)")))
-        return false;
-    while (q.next()) {
-        if (q.value(1).toString() == column)
-            return true;
-    }
-    return false;
+        return names;
+    while (q.next())
+        names << q.value(1).toString();
+    return names;
 }
 
 qint64 firstValue(const QString& sql, const QVariantList& values)
@@ -108,19 +112,6 @@ QStringList subfoldersOf(const QString& dir)
     return paths;
 }
 
-// A JSON number truncated toward zero; out-of-range values saturate instead of overflowing.
-qint64 truncatedNumber(const QJsonValue& v)
-{
-    const double d = std::trunc(v.toDouble(0));
-    if (d != d)
-        return 0;
-    if (d <= -9.2e18)
-        return std::numeric_limits<qint64>::min();
-    if (d >= 9.2e18)
-        return std::numeric_limits<qint64>::max();
-    return static_cast<qint64>(d);
-}
-
 Track trackFromJson(const QJsonObject& o)
 {
     Track t;
@@ -131,10 +122,10 @@ Track trackFromJson(const QJsonObject& o)
     t.comment = o.value(QStringLiteral("comment")).toString();
     t.filePath = o.value(QStringLiteral("filePath")).toString();
     t.year = o.value(QStringLiteral("year")).toInt(0);
-    t.durationMs = truncatedNumber(o.value(QStringLiteral("durationMs")));
+    t.durationMs = truncatedJsonNumber(o.value(QStringLiteral("durationMs")), 0);
     t.category = o.value(QStringLiteral("category")).toString(QStringLiteral("Foreign"));
     t.isStream = o.value(QStringLiteral("isStream")).toBool(false);
-    t.streamLimitMs = truncatedNumber(o.value(QStringLiteral("streamLimitMs")));
+    t.streamLimitMs = truncatedJsonNumber(o.value(QStringLiteral("streamLimitMs")), 0);
     return t;
 }
 
@@ -183,15 +174,17 @@ void MusicLibrary::ensureSchema()
     exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_title ON tracks(library, title)"));
 
     // Column migrations go by the columns actually present, never by the version number.
-    const bool hadDurationStr = hasColumn(QStringLiteral("duration_str"));
-    const bool hadFilename = hasColumn(QStringLiteral("filename"));
+    const QStringList columns = trackColumns();
+    const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
+    const bool hadFilename = columns.contains(QStringLiteral("filename"));
     if (!hadDurationStr) {
         exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"));
         // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
         exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
                             "(duration_ms/1000)%60)"));
     }
-    if (!hasColumn(QStringLiteral("play_count"))) {
+    // A second probe: the three play columns count as one step, decided by play_count alone.
+    if (!trackColumns().contains(QStringLiteral("play_count"))) {
         exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"));
         exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"));
         exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"));
@@ -355,6 +348,19 @@ bool MusicLibrary::isSupportedAudioFile(const QString& path)
     return supportedExtensions().contains(QFileInfo(path).suffix().toLower());
 }
 
+bool MusicLibrary::isStreamUrl(const QString& text)
+{
+    static const QStringList schemes = {QStringLiteral("http://"), QStringLiteral("https://"),
+                                        QStringLiteral("mms://"), QStringLiteral("rtsp://"),
+                                        QStringLiteral("rtmp://")};
+    const QString trimmed = text.trimmed();
+    for (const QString& scheme : schemes) {
+        if (trimmed.startsWith(scheme, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
 Track MusicLibrary::trackFromFile(const QString& path)
 {
     Track t;
@@ -400,7 +406,7 @@ void MusicLibrary::clear()
     }
     QSqlQuery q(database());
     q.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
-    q.addBindValue(name);
+    q.addBindValue(orEmpty(name));
     q.exec();
 }
 
@@ -409,7 +415,7 @@ int MusicLibrary::trackCount() const
     if (folderMode)
         return tracks.size();
     return static_cast<int>(
-        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
+        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {orEmpty(name)}));
 }
 
 qint64 MusicLibrary::totalDurationMs() const
@@ -421,14 +427,14 @@ qint64 MusicLibrary::totalDurationMs() const
         return sum;
     }
     return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"),
-                      {name});
+                      {orEmpty(name)});
 }
 
 void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
 {
-    insert.addBindValue(name);
+    insert.addBindValue(orEmpty(name));
     insert.addBindValue(t.filePath);
-    insert.addBindValue(t.isStream ? QString() : QFileInfo(t.filePath).fileName());
+    insert.addBindValue(t.isStream ? kEmptyText : QFileInfo(t.filePath).fileName());
     insert.addBindValue(t.artist);
     insert.addBindValue(t.title);
     insert.addBindValue(t.album);
@@ -437,7 +443,7 @@ void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
     insert.addBindValue(t.year);
     insert.addBindValue(t.durationMs);
     // An unknown length is stored as '' and never as "--:--".
-    insert.addBindValue(t.durationMs > 0 ? formatDuration(t.durationMs) : QString(QLatin1String("")));
+    insert.addBindValue(t.durationMs > 0 ? formatDuration(t.durationMs) : kEmptyText);
     insert.addBindValue(t.category);
     insert.addBindValue(t.isStream ? 1 : 0);
     insert.addBindValue(t.streamLimitMs);
@@ -510,7 +516,7 @@ void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, con
         "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"));
     q.addBindValue(newUrl.trimmed());
     q.addBindValue(title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed());
-    q.addBindValue(name);
+    q.addBindValue(orEmpty(name));
     q.addBindValue(oldUrl);
     q.exec();
 }
@@ -532,7 +538,7 @@ int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
         "UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND filepath=? AND is_stream=0"));
     q.addBindValue(ms);
     q.addBindValue(formatDuration(ms));
-    q.addBindValue(name);
+    q.addBindValue(orEmpty(name));
     q.addBindValue(filePath);
     if (!q.exec())
         return 0;
@@ -559,7 +565,7 @@ int MusicLibrary::removeMissingFiles()
     QSqlQuery remove(db);
     remove.prepare(QStringLiteral("DELETE FROM tracks WHERE library=? AND filepath=?"));
     for (const QString& path : missing) {
-        remove.addBindValue(name);
+        remove.addBindValue(orEmpty(name));
         remove.addBindValue(path);
         remove.exec();
     }
@@ -582,8 +588,8 @@ QStringList MusicLibrary::filesWithoutDuration() const
     QSqlQuery q(database());
     q.setForwardOnly(true);
     q.prepare(QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
-              kOrderByArtistTitle);
-    q.addBindValue(name);
+              librarysql::orderByArtistTitle);
+    q.addBindValue(orEmpty(name));
     if (!q.exec())
         return paths;
     while (q.next()) {
@@ -668,22 +674,18 @@ QList<Track> MusicLibrary::search(const QString& text) const
     }
     const QString t = text.trimmed();
     if (t.isEmpty())
-        return runListing(kPlainListing, {name});
+        return runListing(librarysql::plainListing, {orEmpty(name)});
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(
-            QStringLiteral("SELECT * FROM tracks WHERE library=? AND (artist LIKE ? OR title LIKE ? OR "
-                           "album LIKE ? OR genre LIKE ? OR comment LIKE ? OR filepath LIKE ? OR "
-                           "CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)") +
-                kOrderByArtistTitle,
-            {name, like, like, like, like, like, like, like, like});
+        return runListing(librarysql::likeSearch,
+                          {orEmpty(name), like, like, like, like, like, like, like, like});
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);
     const QString match = terms.join(QLatin1Char(' '));
     if (match.isEmpty())
-        return runListing(kPlainListing, {name});
-    return runListing(kFtsListing, {name, match});
+        return runListing(librarysql::plainListing, {orEmpty(name)});
+    return runListing(librarysql::ftsListing, {orEmpty(name), match});
 }
 
 QList<Track> MusicLibrary::query(const Query& q) const
@@ -708,14 +710,12 @@ QList<Track> MusicLibrary::query(const Query& q) const
         const QString match = terms.join(QLatin1Char(' '));
         if (match.isEmpty())
             return search(QString());
-        return runListing(kFtsListing, {name, match});
+        return runListing(librarysql::ftsListing, {orEmpty(name), match});
     }
     QStringList conditions;
     QVariantList values;
     if (!q.text.isEmpty()) {
-        conditions << QStringLiteral(
-            "(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE "
-            "? OR filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
+        conditions << librarysql::likeQueryText;
         const QString like = QLatin1Char('%') + q.text + QLatin1Char('%');
         for (int i = 0; i < 8; ++i)
             values << like;
@@ -728,8 +728,8 @@ QList<Track> MusicLibrary::query(const Query& q) const
     appendLikeCondition(conditions, values, QStringLiteral("filename"), q.filename);
     appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
     appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
-    values.prepend(name);
+    values.prepend(orEmpty(name));
     return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") +
-                          conditions.join(QStringLiteral(" AND ")) + kOrderByArtistTitle,
+                          conditions.join(QStringLiteral(" AND ")) + librarysql::orderByArtistTitle,
                       values);
 }

@@ -51,6 +51,9 @@ public:
     static bool isSupportedAudioFile(const QString& path);
     static const QStringList& supportedExtensions();
     static Track trackFromFile(const QString& path);
+    // The stream test shared by the playlist and the library window: the trimmed text begins, ignoring
+    // case, with "http://", "https://", "mms://", "rtsp://" or "rtmp://". Touches no database.
+    static bool isStreamUrl(const QString& text);
     // The audio files of a folder (files before subfolders, sorted by name); touches no database.
     static QStringList audioFilesIn(const QString& dir, bool recursive);
 

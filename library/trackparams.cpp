@@ -1,5 +1,6 @@
 #include "trackparams.h"
 
+#include "jsonnumber.h"
 #include "musiclibrary.h"
 
 #include <QJsonArray>
@@ -8,33 +9,7 @@
 #include <QSqlQuery>
 #include <QVariant>
 
-#include <cmath>
-#include <limits>
-
 namespace {
-
-// Numbers are truncated toward zero; values beyond the 64-bit range saturate rather than overflow.
-qint64 truncated(double d)
-{
-    d = std::trunc(d);
-    if (d != d)
-        return 0;
-    if (d <= -9.2e18)
-        return std::numeric_limits<qint64>::min();
-    if (d >= 9.2e18)
-        return std::numeric_limits<qint64>::max();
-    return static_cast<qint64>(d);
-}
-
-qint64 toInt64(const QJsonValue& v, qint64 fallback)
-{
-    return v.isDouble() ? truncated(v.toDouble()) : fallback;
-}
-
-int toInt32(const QJsonValue& v, int fallback)
-{
-    return v.isDouble() ? static_cast<int>(truncated(v.toDouble())) : fallback;
-}
 
 QDate toDate(const QJsonValue& v)
 {
@@ -85,32 +60,34 @@ QByteArray TrackParams::toJson() const
     return QJsonDocument(o).toJson(QJsonDocument::Compact);
 }
 
+// 64-bit fields take any number, truncated toward zero; the plain int fields (fades, mix, rating,
+// voiceover position and probability) take whole numbers only, anything else reads as the default.
 TrackParams TrackParams::fromJson(const QByteArray& json)
 {
     const QJsonObject o = QJsonDocument::fromJson(json).object();
     TrackParams p;
-    p.start = toInt64(o.value(QStringLiteral("start")), 0);
-    p.end = toInt64(o.value(QStringLiteral("end")), 0);
-    p.intro = toInt64(o.value(QStringLiteral("intro")), 0);
-    p.outro = toInt64(o.value(QStringLiteral("outro")), 0);
-    p.hookIn = toInt64(o.value(QStringLiteral("hookIn")), 0);
-    p.hookOut = toInt64(o.value(QStringLiteral("hookOut")), 0);
-    p.fadeIn = toInt32(o.value(QStringLiteral("fadeIn")), -1);
-    p.mix = toInt32(o.value(QStringLiteral("mix")), -1);
-    p.fadeOut = toInt32(o.value(QStringLiteral("fadeOut")), -1);
-    p.mixStart = toInt64(o.value(QStringLiteral("mixStart")), -1);
+    p.start = truncatedJsonNumber(o.value(QStringLiteral("start")), 0);
+    p.end = truncatedJsonNumber(o.value(QStringLiteral("end")), 0);
+    p.intro = truncatedJsonNumber(o.value(QStringLiteral("intro")), 0);
+    p.outro = truncatedJsonNumber(o.value(QStringLiteral("outro")), 0);
+    p.hookIn = truncatedJsonNumber(o.value(QStringLiteral("hookIn")), 0);
+    p.hookOut = truncatedJsonNumber(o.value(QStringLiteral("hookOut")), 0);
+    p.fadeIn = o.value(QStringLiteral("fadeIn")).toInt(-1);
+    p.mix = o.value(QStringLiteral("mix")).toInt(-1);
+    p.fadeOut = o.value(QStringLiteral("fadeOut")).toInt(-1);
+    p.mixStart = truncatedJsonNumber(o.value(QStringLiteral("mixStart")), -1);
     p.level = o.value(QStringLiteral("level")).toDouble(1.0);
     const QJsonValue voValue = o.value(QStringLiteral("voiceover"));
     if (voValue.isObject()) {
         const QJsonObject vo = voValue.toObject();
-        p.voiceoverIns = toInt64(vo.value(QStringLiteral("ins")), 0);
+        p.voiceoverIns = truncatedJsonNumber(vo.value(QStringLiteral("ins")), 0);
         p.voiceoverSource = vo.value(QStringLiteral("source")).toString();
-        p.voiceoverPosition = toInt32(vo.value(QStringLiteral("position")), 0);
-        p.voiceoverProbability = toInt32(vo.value(QStringLiteral("probability")), 100);
+        p.voiceoverPosition = vo.value(QStringLiteral("position")).toInt(0);
+        p.voiceoverProbability = vo.value(QStringLiteral("probability")).toInt(100);
         p.voiceoverLevel = vo.value(QStringLiteral("level")).toDouble(1.0);
         p.voiceoverNotAfter = toDate(vo.value(QStringLiteral("notAfter")));
     }
-    p.rating = toInt32(o.value(QStringLiteral("rating")), 0);
+    p.rating = o.value(QStringLiteral("rating")).toInt(0);
     for (const QJsonValue& tag : o.value(QStringLiteral("tags")).toArray())
         p.tags << tag.toString();
     p.disabled = o.value(QStringLiteral("disabled")).toBool(false);
@@ -118,7 +95,7 @@ TrackParams TrackParams::fromJson(const QByteArray& json)
     p.endDate = toDate(o.value(QStringLiteral("endDate")));
     const QJsonArray masks = o.value(QStringLiteral("daypart")).toArray();
     for (int i = 0; i < 7 && i < masks.size(); ++i)
-        p.daypart[static_cast<size_t>(i)] = static_cast<quint32>(truncated(masks.at(i).toDouble()));
+        p.daypart[static_cast<size_t>(i)] = static_cast<quint32>(truncatedJsonNumber(masks.at(i), 0));
     return p;
 }
 
@@ -233,13 +210,9 @@ bool TrackParams::isScheduledAt(const QDateTime& when) const
         if (day < startDate || day > endDate)
             return false;
     }
-    if (!hasDaypart())
-        return true;
-    const int hour = when.time().hour();
-    const int index = when.date().dayOfWeek() - 1;
-    if (index < 0 || index > 6 || hour < 0 || hour > 23)
-        return false;
-    return (daypart[static_cast<size_t>(index)] >> hour) & 1u;
+    // All masks 0 is no hour limit; otherwise the bit of the weekday (Monday = 0) and hour. An invalid
+    // date or time falls outside the week or the day and so is never allowed.
+    return isDaypartHourAllowed(when.date().dayOfWeek() - 1, when.time().hour());
 }
 
 qint64 TrackParams::playableLength(qint64 durationMs) const

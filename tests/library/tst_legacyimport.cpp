@@ -46,6 +46,7 @@ private slots:
     void aStoreWithOneLibraryEvenEmptyImportsNothing();
     void aFileWithoutNameIsNamedAfterItsCompleteBaseName();
     void aNameThatIsNotAStringFallsBackToTheFileName();
+    void anEmptyNameCreatesNoLibraryAndFilesItsTracksUnderAnEmptyName();
     void aTrackWithoutCategoryGetsForeign();
     void fractionalNumbersAreTruncatedTowardZero();
     void wronglyTypedKeysGiveTheDefaults();
@@ -147,6 +148,15 @@ void TestLegacyImport::aNameThatIsNotAStringFallsBackToTheFileName()
     writeLegacyFile(QStringLiteral("Spaced.json"), R"({"name": "  Evening Show  "})");
     QVERIFY(MusicLibrary::initialize());
     QCOMPARE(MusicLibrary::libraries(), QStringList({"Evening Show", "Numbered"}));
+}
+
+void TestLegacyImport::anEmptyNameCreatesNoLibraryAndFilesItsTracksUnderAnEmptyName()
+{
+    writeLegacyFile(QStringLiteral("Blank.json"), R"({"name": "  ", "tracks": [{"title": "Stray"}]})");
+    QVERIFY(MusicLibrary::initialize());
+    QVERIFY(MusicLibrary::libraries().isEmpty());
+    QCOMPARE(scalar(QStringLiteral("SELECT title FROM tracks WHERE library=''")).toString(),
+             QStringLiteral("Stray"));
 }
 
 void TestLegacyImport::aTrackWithoutCategoryGetsForeign()

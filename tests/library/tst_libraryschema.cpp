@@ -70,6 +70,7 @@ private slots:
     void databaseFolderIsDotOndaroUnderHomeWhenTheConfigurationLocationIsEmpty();
     void freshFileGetsTablesIndexesFullTextIndexTriggersAndVersionThree();
     void freshFileRunsInWalModeAndHasTheTrackParameterTable();
+    void everySchemaObjectIsCreatedFromItsExactStatement();
     void insertsUpdatesAndDeletesKeepTheFullTextIndexInStep();
     void databaseWithoutDurationStrGetsUnpaddedTextsAndBecomesFindable();
     void databaseWithoutFilenameGetsTheLastPathComponentOfEveryRow();
@@ -77,11 +78,16 @@ private slots:
     void databaseWithPlayCountButWithoutLastPlayedIsNotRepaired();
     void versionTwoDatabaseWithAnOlderIndexGetsItRebuiltWithEveryColumn();
     void versionThreeDatabaseWhoseIndexWasDroppedGetsAnEmptyIndexWithoutRebuild();
+    void oldestDatabaseGetsEveryColumnMigrationInOneStart();
+    void aFailedFullTextIndexStillMovesAnOldDatabaseToVersionThreeAndSearchesUseLike();
+    void aFailedFullTextIndexLeavesAVersionThreeDatabaseAsItIs();
+    void fullTextIndexThatAppearsOnALaterStartIsNotRebuiltForOlderRows();
     void runningTheSetUpTwiceChangesNothing();
     void databaseThatCannotBeOpenedMakesInitializationFailAndEveryOperationNeutral();
 
 private:
     void buildDatabase(const QStringList& statements);
+    void changeDatabase(const QStringList& statements);
 
     QTemporaryDir home;
 };
@@ -108,6 +114,13 @@ void TestLibrarySchema::buildDatabase(const QStringList& statements)
     closeStore();
     removeStoreFiles();
     QVERIFY(QDir().mkpath(configFolder()));
+    changeDatabase(statements);
+}
+
+// Runs statements on the store's file through a private connection, with the store closed.
+void TestLibrarySchema::changeDatabase(const QStringList& statements)
+{
+    closeStore();
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kHandmade);
         db.setDatabaseName(databaseFile());
@@ -299,27 +312,17 @@ void TestLibrarySchema::versionTwoDatabaseWithAnOlderIndexGetsItRebuiltWithEvery
     MusicLibrary lib;
     lib.setLibrary(QStringLiteral("V2"));
     lib.addTrack(makeTrack(QStringLiteral("Pelican"), QStringLiteral("Brief"), QString(), 1984));
-    closeStore();
 
     // Turn it into a version 2 database whose index knew only artist and title.
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kHandmade);
-        db.setDatabaseName(databaseFile());
-        QVERIFY(db.open());
-        QSqlQuery q(db);
-        for (const char* sql :
-             {"DROP TRIGGER tracks_ai", "DROP TRIGGER tracks_ad", "DROP TRIGGER tracks_au",
-              "DROP TABLE tracks_fts",
-              "CREATE VIRTUAL TABLE tracks_fts USING fts5(artist, title, content='tracks', "
-              "content_rowid='id')",
-              "CREATE TRIGGER tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
-              "tracks_fts(rowid,artist,title) "
-              "VALUES(new.id,new.artist,new.title); END",
-              "INSERT INTO tracks_fts(tracks_fts) VALUES('rebuild')", "PRAGMA user_version=2"})
-            QVERIFY2(q.exec(QLatin1String(sql)), sql);
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(kHandmade);
+    changeDatabase(
+        {QStringLiteral("DROP TRIGGER tracks_ai"), QStringLiteral("DROP TRIGGER tracks_ad"),
+         QStringLiteral("DROP TRIGGER tracks_au"), QStringLiteral("DROP TABLE tracks_fts"),
+         QStringLiteral("CREATE VIRTUAL TABLE tracks_fts USING fts5(artist, title, content='tracks', "
+                        "content_rowid='id')"),
+         QStringLiteral("CREATE TRIGGER tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
+                        "tracks_fts(rowid,artist,title) VALUES(new.id,new.artist,new.title); END"),
+         QStringLiteral("INSERT INTO tracks_fts(tracks_fts) VALUES('rebuild')"),
+         QStringLiteral("PRAGMA user_version=2")});
 
     QVERIFY(MusicLibrary::initialize());
     QCOMPARE(userVersion(), 3);
@@ -349,6 +352,150 @@ void TestLibrarySchema::versionThreeDatabaseWhoseIndexWasDroppedGetsAnEmptyIndex
     // The triggers are there again, so new rows are indexed.
     lib.addTrack(makeTrack(QStringLiteral("Albatross"), QStringLiteral("After")));
     QCOMPARE(titlesOf(lib.search(QStringLiteral("albatross"))), QStringList{QStringLiteral("After")});
+}
+
+void TestLibrarySchema::everySchemaObjectIsCreatedFromItsExactStatement()
+{
+    QVERIFY(MusicLibrary::initialize());
+    // SQLite keeps each CREATE text as it was run, minus "IF NOT EXISTS".
+    const QString columns = QStringLiteral("artist,title,album,genre,comment,filename,year,duration_str");
+    const QString newValues = QStringLiteral(
+        "new.artist,new.title,new.album,new.genre,new.comment,new.filename,new.year,new.duration_str");
+    const QString oldValues = QStringLiteral(
+        "old.artist,old.title,old.album,old.genre,old.comment,old.filename,old.year,old.duration_str");
+    const QList<QPair<QString, QString>> expected = {
+        {QStringLiteral("libraries"),
+         QStringLiteral("CREATE TABLE IF NOT EXISTS libraries(name TEXT PRIMARY KEY)")},
+        {QStringLiteral("tracks"),
+         QStringLiteral(
+             "CREATE TABLE IF NOT EXISTS tracks( id INTEGER PRIMARY KEY AUTOINCREMENT, library TEXT NOT "
+             "NULL, filepath TEXT, filename TEXT DEFAULT '', artist TEXT, title TEXT, album TEXT, genre "
+             "TEXT, comment TEXT, year INTEGER DEFAULT 0, duration_ms INTEGER DEFAULT 0, duration_str "
+             "TEXT DEFAULT '', play_count INTEGER DEFAULT 0, last_played TEXT DEFAULT '', date_added "
+             "TEXT DEFAULT '', category TEXT DEFAULT 'Foreign', is_stream INTEGER DEFAULT 0, "
+             "stream_limit_ms INTEGER DEFAULT 0)")},
+        {QStringLiteral("idx_tracks_lib"),
+         QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_lib ON tracks(library)")},
+        {QStringLiteral("idx_tracks_artist"),
+         QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_artist ON tracks(library, artist)")},
+        {QStringLiteral("idx_tracks_title"),
+         QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_title ON tracks(library, title)")},
+        {QStringLiteral("tracks_fts"),
+         QStringLiteral(
+             "CREATE VIRTUAL TABLE IF NOT EXISTS tracks_fts USING fts5( artist, title, album, genre, "
+             "comment, filename, year, duration_str, content='tracks', content_rowid='id')")},
+        {QStringLiteral("tracks_ai"),
+         QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
+                        "tracks_fts(rowid,%1) VALUES(new.id,%2); END")
+             .arg(columns, newValues)},
+        {QStringLiteral("tracks_ad"),
+         QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ad AFTER DELETE ON tracks BEGIN INSERT INTO "
+                        "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); END")
+             .arg(columns, oldValues)},
+        {QStringLiteral("tracks_au"),
+         QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_au AFTER UPDATE ON tracks BEGIN INSERT INTO "
+                        "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); INSERT INTO "
+                        "tracks_fts(rowid,%1) VALUES(new.id,%3); END")
+             .arg(columns, oldValues, newValues)},
+        {QStringLiteral("track_params"),
+         QStringLiteral("CREATE TABLE IF NOT EXISTS track_params( filepath TEXT PRIMARY KEY, params TEXT)")},
+    };
+    for (const auto& [name, statement] : expected) {
+        const QString stored =
+            scalar(QStringLiteral("SELECT sql FROM sqlite_master WHERE name=?"), {name}).toString();
+        QCOMPARE(stored, QString(statement).remove(QStringLiteral("IF NOT EXISTS ")));
+    }
+}
+
+void TestLibrarySchema::oldestDatabaseGetsEveryColumnMigrationInOneStart()
+{
+    buildDatabase({QLatin1String(kOldestTracks),
+                   QStringLiteral("CREATE TABLE libraries(name TEXT PRIMARY KEY)"),
+                   QStringLiteral("INSERT INTO libraries VALUES('Old')"),
+                   QStringLiteral("INSERT INTO tracks(library,filepath,artist,title,duration_ms) "
+                                  "VALUES('Old','/m/Gannet - Dive.mp3','Gannet','Dive',225000)")});
+    QVERIFY(MusicLibrary::initialize());
+    QCOMPARE(columnsOf(QStringLiteral("tracks")),
+             QStringList({"id", "library", "filepath", "artist", "title", "album", "genre", "comment", "year",
+                          "duration_ms", "category", "is_stream", "stream_limit_ms", "duration_str",
+                          "play_count", "last_played", "date_added", "filename"}));
+    QCOMPARE(scalar(QStringLiteral("SELECT duration_str FROM tracks")).toString(), QStringLiteral("3:45"));
+    QCOMPARE(scalar(QStringLiteral("SELECT filename FROM tracks")).toString(),
+             QStringLiteral("Gannet - Dive.mp3"));
+    QVERIFY(!scalar(QStringLiteral("SELECT date_added FROM tracks")).toString().isEmpty());
+    QCOMPARE(userVersion(), 3);
+
+    // The rebuilt index holds every migrated column.
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("Old"));
+    MusicLibrary::Query q;
+    q.filename = QStringLiteral("Dive.mp3");
+    q.duration = QStringLiteral("3:45");
+    QCOMPARE(titlesOf(lib.query(q)), QStringList{QStringLiteral("Dive")});
+    QVERIFY(ftsIntegrityHolds());
+}
+
+// An index named tracks_fts keeps CREATE VIRTUAL TABLE from succeeding, as an SQLite without FTS5 would.
+void TestLibrarySchema::aFailedFullTextIndexStillMovesAnOldDatabaseToVersionThreeAndSearchesUseLike()
+{
+    buildDatabase({QLatin1String(kOldestTracks), QStringLiteral("CREATE INDEX tracks_fts ON tracks(title)"),
+                   QStringLiteral("INSERT INTO tracks(library,filepath,artist,title) "
+                                  "VALUES('L','/m/a.mp3','Heartbeat','Pulse')"),
+                   QStringLiteral("PRAGMA user_version=2")});
+    QVERIFY(MusicLibrary::initialize());
+    QVERIFY(!MusicLibrary::ftsAvailable());
+    QCOMPARE(userVersion(), 3);
+    const QString objects = schemaObjects().join(QLatin1Char('\n'));
+    QVERIFY(!objects.contains(QStringLiteral("trigger tracks_a")));
+    QVERIFY(!objects.contains(QStringLiteral("table tracks_fts ")));
+    // The column migrations ran all the same.
+    QCOMPARE(scalar(QStringLiteral("SELECT duration_str FROM tracks")).toString(), QStringLiteral("0:00"));
+    QCOMPARE(scalar(QStringLiteral("SELECT filename FROM tracks")).toString(), QStringLiteral("a.mp3"));
+
+    // Searches take their LIKE forms: "beat" is found inside "Heartbeat".
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("L"));
+    QCOMPARE(titlesOf(lib.search(QStringLiteral("beat"))), QStringList{QStringLiteral("Pulse")});
+    MusicLibrary::Query q;
+    q.artist = QStringLiteral("art");
+    QCOMPARE(titlesOf(lib.query(q)), QStringList{QStringLiteral("Pulse")});
+}
+
+void TestLibrarySchema::aFailedFullTextIndexLeavesAVersionThreeDatabaseAsItIs()
+{
+    QVERIFY(MusicLibrary::initialize());
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("L"));
+    lib.addTrack(makeTrack(QStringLiteral("Heartbeat"), QStringLiteral("Pulse")));
+    changeDatabase({QStringLiteral("DROP TRIGGER tracks_ai"), QStringLiteral("DROP TRIGGER tracks_ad"),
+                    QStringLiteral("DROP TRIGGER tracks_au"), QStringLiteral("DROP TABLE tracks_fts"),
+                    QStringLiteral("CREATE INDEX tracks_fts ON tracks(title)")});
+    QVERIFY(MusicLibrary::initialize());
+    QVERIFY(!MusicLibrary::ftsAvailable());
+    QCOMPARE(userVersion(), 3);
+    QVERIFY(!schemaObjects().join(QLatin1Char('\n')).contains(QStringLiteral("trigger tracks_a")));
+    QCOMPARE(titlesOf(lib.search(QStringLiteral("beat"))), QStringList{QStringLiteral("Pulse")});
+}
+
+void TestLibrarySchema::fullTextIndexThatAppearsOnALaterStartIsNotRebuiltForOlderRows()
+{
+    buildDatabase({QLatin1String(kOldestTracks), QStringLiteral("CREATE INDEX tracks_fts ON tracks(title)"),
+                   QStringLiteral("INSERT INTO tracks(library,filepath,artist,title) "
+                                  "VALUES('L','/m/a.mp3','Puffin','Before')")});
+    QVERIFY(MusicLibrary::initialize());
+    QVERIFY(!MusicLibrary::ftsAvailable());
+    QCOMPARE(userVersion(), 3);
+
+    // Full-text search becomes possible on the next start: an empty index, triggers, no 'rebuild'.
+    changeDatabase({QStringLiteral("DROP INDEX tracks_fts")});
+    QVERIFY(MusicLibrary::initialize());
+    QVERIFY(MusicLibrary::ftsAvailable());
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("L"));
+    QVERIFY(lib.search(QStringLiteral("puffin")).isEmpty());
+    lib.addTrack(makeTrack(QStringLiteral("Puffin"), QStringLiteral("After")));
+    QCOMPARE(titlesOf(lib.search(QStringLiteral("puffin"))), QStringList{QStringLiteral("After")});
+    QCOMPARE(lib.trackCount(), 2);
 }
 
 void TestLibrarySchema::runningTheSetUpTwiceChangesNothing()

@@ -44,11 +44,13 @@ private slots:
     void cleanupTestCase();
 
     void newObjectIsInDatabaseModeWithNoNameAndNoTracks();
+    void anObjectWithAnEmptyNameAddressesTheRowsOfLibraryEmptyText();
     void createLibraryRejectsABlankNameAndInsertsNothing();
     void createLibraryTrimsTheNameAndASecondCallReturnsTrueWithoutADuplicate();
     void librariesAreListedIgnoringCase();
     void deleteLibraryRemovesTheLibraryRowAndAllItsTracksOnly();
     void deletingALibraryThatDoesNotExistReturnsTrue();
+    void deleteLibraryUsesTheNameAsGivenWithoutTrimming();
     void setLibraryTrimsTheNameCreatesTheRowAndLeavesFolderMode();
     void recordPlayRaisesTheCountOfThePathInEveryLibrary();
     void recordPlayWithAnEmptyPathDoesNothing();
@@ -61,9 +63,11 @@ private slots:
     void clearEmptiesTheLibraryButKeepsItsRow();
     void addStreamWithoutANameStoresTheTrimmedUrlAsPathAndTitle();
     void addStreamWithANameUsesTheTrimmedName();
+    void aStreamIsStoredWithEmptyFilenameAndDurationTextsNotNull();
     void updateStreamChangesUrlAndTitleOfStreamEntriesOnly();
     void removeMissingFilesNeverRemovesAStreamAndCountsEveryMissingCopy();
     void isSupportedAudioFileComparesTheLastSuffixIgnoringCase();
+    void isStreamUrlAcceptsTheFiveSchemesIgnoringCaseAfterTrimming();
     void addFilesCountsOnlySupportedFiles();
     void addFilesStoresTheTagsOfEveryFixtureFormat();
     void addFilesAddsBadFilesWithTitlesFromTheirNamesAndNoLength();
@@ -106,6 +110,37 @@ void TestMusicLibrary::newObjectIsInDatabaseModeWithNoNameAndNoTracks()
     QVERIFY(lib.name.isEmpty());
     QVERIFY(lib.tracks.isEmpty());
     QCOMPARE(lib.trackCount(), 0);
+}
+
+void TestMusicLibrary::anObjectWithAnEmptyNameAddressesTheRowsOfLibraryEmptyText()
+{
+    MusicLibrary unnamed;
+    unnamed.addTrack(makeTrack(QStringLiteral("A"), QStringLiteral("First"), QStringLiteral("/m/a.mp3")));
+    MusicLibrary blank;
+    QVERIFY(blank.setLibrary(QStringLiteral("   ")));
+    QVERIFY(blank.name.isEmpty());
+    blank.addStream(QStringLiteral("Radio"), QStringLiteral("http://radio.example/"));
+    QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=''")).toInt(), 2);
+    QVERIFY(MusicLibrary::libraries().isEmpty());
+
+    QCOMPARE(unnamed.trackCount(), 2);
+    QCOMPARE(blank.totalDurationMs(), qint64(0));
+    QCOMPARE(titlesOf(unnamed.search(QString())), QStringList({"First", "Radio"}));
+    QCOMPARE(titlesOf(unnamed.search(QStringLiteral("first"))), QStringList{QStringLiteral("First")});
+    QCOMPARE(unnamed.updateDuration(QStringLiteral("/m/a.mp3"), 1000), 1);
+    QCOMPARE(blank.filesWithoutDuration(), QStringList());
+    blank.updateStream(QStringLiteral("http://radio.example/"), QStringLiteral("Renamed"),
+                       QStringLiteral("http://radio.example/2"));
+    MusicLibrary::setFullTextSearchDisabledForTesting(true);
+    QCOMPARE(titlesOf(blank.search(QStringLiteral("renamed"))), QStringList{QStringLiteral("Renamed")});
+    MusicLibrary::Query q;
+    q.title = QStringLiteral("Renamed");
+    QCOMPARE(blank.query(q).size(), 1);
+    MusicLibrary::setFullTextSearchDisabledForTesting(false);
+    QCOMPARE(unnamed.removeMissingFiles(), 1);
+    QCOMPARE(blank.trackCount(), 1);
+    blank.clear();
+    QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks")).toInt(), 0);
 }
 
 void TestMusicLibrary::createLibraryRejectsABlankNameAndInsertsNothing()
@@ -153,6 +188,16 @@ void TestMusicLibrary::deletingALibraryThatDoesNotExistReturnsTrue()
     QVERIFY(MusicLibrary::createLibrary(QStringLiteral("Kept")));
     QVERIFY(MusicLibrary::deleteLibrary(QStringLiteral("Nothing Here")));
     QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Kept")});
+}
+
+void TestMusicLibrary::deleteLibraryUsesTheNameAsGivenWithoutTrimming()
+{
+    MusicLibrary rock;
+    rock.setLibrary(QStringLiteral("Rock"));
+    rock.addTrack(makeTrack(QStringLiteral("A"), QStringLiteral("1")));
+    QVERIFY(MusicLibrary::deleteLibrary(QStringLiteral(" Rock ")));
+    QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Rock")});
+    QCOMPARE(rock.trackCount(), 1);
 }
 
 void TestMusicLibrary::setLibraryTrimsTheNameCreatesTheRowAndLeavesFolderMode()
@@ -344,6 +389,20 @@ void TestMusicLibrary::addStreamWithoutANameStoresTheTrimmedUrlAsPathAndTitle()
     QCOMPARE(scalar(QStringLiteral("SELECT duration_str FROM tracks")).toString(), QString());
 }
 
+void TestMusicLibrary::aStreamIsStoredWithEmptyFilenameAndDurationTextsNotNull()
+{
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("A"));
+    lib.addStream(QStringLiteral("Radio"), QStringLiteral("http://radio.example/live.mp3"));
+    // Empty texts, as the column defaults would give, so "WHERE filename=''" finds the row.
+    QCOMPARE(scalar(QStringLiteral("SELECT typeof(filename) || ',' || typeof(duration_str) FROM tracks"))
+                 .toString(),
+             QStringLiteral("text,text"));
+    QCOMPARE(
+        scalar(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE filename='' AND duration_str=''")).toInt(),
+        1);
+}
+
 void TestMusicLibrary::addStreamWithANameUsesTheTrimmedName()
 {
     MusicLibrary lib;
@@ -423,6 +482,17 @@ void TestMusicLibrary::isSupportedAudioFileComparesTheLastSuffixIgnoringCase()
         QVERIFY2(MusicLibrary::isSupportedAudioFile(QLatin1String(path)), path);
     for (const char* path : {"song.mp3.bak", "song", "song.txt", "mp3", "/dir.mp3/file", "song.mp4", ""})
         QVERIFY2(!MusicLibrary::isSupportedAudioFile(QLatin1String(path)), path);
+}
+
+void TestMusicLibrary::isStreamUrlAcceptsTheFiveSchemesIgnoringCaseAfterTrimming()
+{
+    for (const char* text :
+         {"http://radio.example/live", "https://radio.example/", "mms://media.example/x",
+          "rtsp://cam.example/1", "rtmp://live.example/app", "  HTTP://Shouting.example  ", "\tRtMp://x"})
+        QVERIFY2(MusicLibrary::isStreamUrl(QLatin1String(text)), text);
+    for (const char* text : {"", "   ", "/music/http://x.mp3", "ftp://files.example/a.mp3", "http:/one-slash",
+                             "file:///music/a.mp3", "radio http://x", "httpx://y"})
+        QVERIFY2(!MusicLibrary::isStreamUrl(QLatin1String(text)), text);
 }
 
 void TestMusicLibrary::addFilesCountsOnlySupportedFiles()

@@ -92,6 +92,7 @@ private slots:
     void setTrackRatingClampsToZeroToTenAndZeroDeletesADefaultRow();
     void storedRatingIsNotClampedOnReading();
     void unparsableOrWronglyTypedStoredTextsLoadAsDefaults();
+    void integerFieldsTakeWholeNumbersOnlyAndReadAnythingElseAsTheirDefault();
     void aDaypartArrayOfNineFillsSevenMasksAndOneOfThreeFillsMondayToWednesday();
     void aVoiceoverIsWrittenOnlyWithAPositiveInsertPointAndASource();
     void isDefaultLooksAtCuesFadesLevelRatingFlagDatesAndDayparts();
@@ -322,12 +323,39 @@ void TestTrackParams::unparsableOrWronglyTypedStoredTextsLoadAsDefaults()
                                    "\"voiceover\":\"x\",\"daypart\":\"all\",\"tags\":{}}"));
     verifyDefaults(TrackParams::load(kPath));
 
-    storeRaw(kPath, QStringLiteral("{\"start\":1234.9,\"end\":-7.9,\"mix\":12.5,\"mixStart\":1e300}"));
+    storeRaw(kPath, QStringLiteral("{\"start\":1234.9,\"end\":-7.9,\"mixStart\":1e300}"));
     const TrackParams p = TrackParams::load(kPath);
     QCOMPARE(p.start, qint64(1234));
     QCOMPARE(p.end, qint64(-7));
-    QCOMPARE(p.mix, 12);
     QVERIFY(p.mixStart > 0); // saturated, not wrapped
+}
+
+void TestTrackParams::integerFieldsTakeWholeNumbersOnlyAndReadAnythingElseAsTheirDefault()
+{
+    storeRaw(kPath, QStringLiteral("{\"fadeIn\":300,\"mix\":-4000,\"fadeOut\":2500.0,\"rating\":7,"
+                                   "\"voiceover\":{\"ins\":10.9,\"source\":\"/vo.wav\",\"position\":3,"
+                                   "\"probability\":55}}"));
+    const TrackParams whole = TrackParams::load(kPath);
+    QCOMPARE(whole.fadeIn, 300);
+    QCOMPARE(whole.mix, -4000);
+    QCOMPARE(whole.fadeOut, 2500);
+    QCOMPARE(whole.rating, 7);
+    QCOMPARE(whole.voiceoverIns, qint64(10)); // a 64-bit field: truncated
+    QCOMPARE(whole.voiceoverPosition, 3);
+    QCOMPARE(whole.voiceoverProbability, 55);
+
+    // A fraction or a value beyond the int range is not an integer: the default applies.
+    storeRaw(kPath, QStringLiteral("{\"fadeIn\":300.7,\"mix\":12.5,\"fadeOut\":3000000000,\"rating\":3.5,"
+                                   "\"voiceover\":{\"ins\":10,\"source\":\"/vo.wav\",\"position\":1.5,"
+                                   "\"probability\":-1e12}}"));
+    const TrackParams odd = TrackParams::load(kPath);
+    QCOMPARE(odd.fadeIn, -1);
+    QCOMPARE(odd.mix, -1);
+    QCOMPARE(odd.fadeOut, -1);
+    QCOMPARE(odd.rating, 0);
+    QCOMPARE(odd.voiceoverIns, qint64(10));
+    QCOMPARE(odd.voiceoverPosition, 0);
+    QCOMPARE(odd.voiceoverProbability, 100);
 }
 
 void TestTrackParams::aDaypartArrayOfNineFillsSevenMasksAndOneOfThreeFillsMondayToWednesday()

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+
+// The listing statements of the store, shared with the benchmark so that it times exactly what
+// search() and query() run. Every form orders by artist, then title, ignoring case.
+namespace librarysql {
+
+inline const QString orderByArtistTitle =
+    QStringLiteral(" ORDER BY artist COLLATE NOCASE, title COLLATE NOCASE");
+
+// The whole library.
+inline const QString plainListing =
+    QStringLiteral("SELECT * FROM tracks WHERE library=?") + orderByArtistTitle;
+
+// Full-text form: bind the library, then the MATCH expression.
+inline const QString ftsListing = QStringLiteral(
+    "SELECT t.* FROM tracks t WHERE t.library=? AND t.id IN (SELECT rowid FROM tracks_fts WHERE tracks_fts "
+    "MATCH ?) ORDER BY t.artist COLLATE NOCASE, t.title COLLATE NOCASE");
+
+// LIKE form of a free-text search: bind the library, then "%text%" eight times. It looks in the whole
+// path ("filepath"), while the free text of a query looks in the file name only.
+inline const QString likeSearch =
+    QStringLiteral(
+        "SELECT * FROM tracks WHERE library=? AND (artist LIKE ? OR title LIKE ? OR album LIKE ? OR "
+        "genre LIKE ? OR comment LIKE ? OR filepath LIKE ? OR CAST(year AS TEXT) LIKE ? OR "
+        "duration_str LIKE ?)") +
+    orderByArtistTitle;
+
+// Free-text condition of a query's LIKE form, one "%text%" per column.
+inline const QString likeQueryText =
+    QStringLiteral("(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE ? OR "
+                   "filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
+
+} // namespace librarysql
