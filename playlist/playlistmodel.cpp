@@ -1,5 +1,7 @@
 #include "playlistmodel.h"
 
+#include "musiclibrary.h"
+
 #include "trackparams.h"
 
 #include <QBrush>
@@ -67,15 +69,7 @@ std::optional<int> offsetRow(int firstRow, int offset)
 
 bool isStreamUrl(const QString& text)
 {
-    static const QStringList prefixes = {QStringLiteral("http://"), QStringLiteral("https://"),
-                                         QStringLiteral("mms://"), QStringLiteral("rtsp://"),
-                                         QStringLiteral("rtmp://")};
-    const QString trimmed = text.trimmed();
-    for (const QString& prefix : prefixes) {
-        if (trimmed.startsWith(prefix, Qt::CaseInsensitive))
-            return true;
-    }
-    return false;
+    return MusicLibrary::isStreamUrl(text);
 }
 
 Track trackFromStreamUrl(const QString& text)
