@@ -1,0 +1,190 @@
+#pragma once
+
+// Shared pieces of the playback tests: generated sine-tone files, a recorder of the null sink's
+// monitor, and a per-window tone detector, so a recording shows which track was audible when.
+
+#include <QAudioDevice>
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QMediaDevices>
+#include <QProcess>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QString>
+#include <QStringList>
+#include <QTest>
+#include <QThread>
+
+#include <cmath>
+#include <vector>
+
+namespace playouttest {
+
+constexpr int recordRate = 44100;
+
+inline const char* noDeviceMessage()
+{
+    return "No audio output device. Run the playout tests through scripts/test.sh, which starts a "
+           "private PulseAudio null sink.";
+}
+
+// Settings go to a private folder; every key is cleared so each test starts from the defaults.
+inline void useTemporarySettings(const QString& dir, const QString& application)
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir);
+    QSettings::setDefaultFormat(QSettings::IniFormat);
+    QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
+    QCoreApplication::setApplicationName(application);
+    QSettings().clear();
+}
+
+inline void setSetting(const QString& key, const QVariant& value)
+{
+    QSettings settings;
+    settings.setValue(key, value);
+    settings.sync();
+}
+
+inline bool runTool(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(60000))
+        return false;
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        qWarning("%s failed: %s", qPrintable(program), process.readAllStandardError().constData());
+        return false;
+    }
+    return true;
+}
+
+// A stereo 44.1 kHz WAV file of one sine tone; amplitude is linear 0..1.
+inline QString makeTone(const QString& dir, const QString& name, int frequency, double seconds,
+                        double amplitude = 0.5)
+{
+    const QString path = QDir(dir).filePath(name);
+    const bool ok =
+        runTool(QStringLiteral("sox"),
+                {QStringLiteral("-n"), QStringLiteral("-r"), QString::number(recordRate),
+                 QStringLiteral("-c"), QStringLiteral("2"), QStringLiteral("-b"), QStringLiteral("16"), path,
+                 QStringLiteral("synth"), QString::number(seconds), QStringLiteral("sine"),
+                 QString::number(frequency), QStringLiteral("vol"), QString::number(amplitude)});
+    return ok ? path : QString();
+}
+
+// Two tones of the same frequency one after the other: loud, then quiet.
+inline QString makeLoudThenQuiet(const QString& dir, const QString& name, int frequency, double loudSeconds,
+                                 double quietSeconds, double loud, double quiet)
+{
+    const QString a = makeTone(dir, name + QStringLiteral(".loud.wav"), frequency, loudSeconds, loud);
+    const QString b = makeTone(dir, name + QStringLiteral(".quiet.wav"), frequency, quietSeconds, quiet);
+    const QString path = QDir(dir).filePath(name);
+    if (a.isEmpty() || b.isEmpty() || !runTool(QStringLiteral("sox"), {a, b, path}))
+        return QString();
+    return path;
+}
+
+// Records what the null sink plays, as raw signed 16-bit stereo at 44.1 kHz.
+class SinkRecorder
+{
+public:
+    explicit SinkRecorder(const QString& dir) : path(QDir(dir).filePath(QStringLiteral("recording.raw"))) {}
+    ~SinkRecorder() { stop(); }
+
+    bool start()
+    {
+        QFile::remove(path);
+        process.start(QStringLiteral("parec"),
+                      {QStringLiteral("-d"), QStringLiteral("null.monitor"), QStringLiteral("--raw"),
+                       QStringLiteral("--format=s16le"), QStringLiteral("--rate=44100"),
+                       QStringLiteral("--channels=2"), QStringLiteral("--latency-msec=20"), path});
+        if (!process.waitForStarted(10000))
+            return false;
+        // Wait until the stream is connected and data flows, so that the start is not lost.
+        for (int i = 0; i < 100 && QFile(path).size() < 4410; ++i)
+            QTest::qWait(50);
+        return QFile(path).size() > 0;
+    }
+
+    void stop()
+    {
+        if (process.state() == QProcess::NotRunning)
+            return;
+        process.terminate();
+        if (!process.waitForFinished(5000)) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+
+    // Left channel as floats -1..1.
+    std::vector<float> samples() const
+    {
+        QFile file(path);
+        std::vector<float> left;
+        if (!file.open(QIODevice::ReadOnly))
+            return left;
+        const QByteArray bytes = file.readAll();
+        const auto* data = reinterpret_cast<const qint16*>(bytes.constData());
+        const qsizetype frames = bytes.size() / 4;
+        left.reserve(size_t(frames));
+        for (qsizetype i = 0; i < frames; ++i)
+            left.push_back(data[2 * i] / 32768.0f);
+        return left;
+    }
+
+private:
+    QString path;
+    QProcess process;
+};
+
+// Amplitude of one frequency in each 50 ms window (Goertzel), about the tone's linear amplitude.
+inline std::vector<double> toneTrack(const std::vector<float>& samples, int frequency, int windowMs = 50)
+{
+    const size_t window = size_t(recordRate) * size_t(windowMs) / 1000;
+    const double coefficient = 2.0 * std::cos(2.0 * M_PI * frequency / recordRate);
+    std::vector<double> amplitudes;
+    for (size_t start = 0; start + window <= samples.size(); start += window) {
+        double s1 = 0.0;
+        double s2 = 0.0;
+        for (size_t i = 0; i < window; ++i) {
+            const double s0 = samples[start + i] + coefficient * s1 - s2;
+            s2 = s1;
+            s1 = s0;
+        }
+        const double power = s1 * s1 + s2 * s2 - coefficient * s1 * s2;
+        amplitudes.push_back(2.0 * std::sqrt(std::max(power, 0.0)) / double(window));
+    }
+    return amplitudes;
+}
+
+// Index of the first/last window where the tone is above the threshold, -1 when never.
+inline int firstAbove(const std::vector<double>& track, double threshold)
+{
+    for (size_t i = 0; i < track.size(); ++i)
+        if (track[i] > threshold)
+            return int(i);
+    return -1;
+}
+
+inline int lastAbove(const std::vector<double>& track, double threshold)
+{
+    for (size_t i = track.size(); i-- > 0;)
+        if (track[i] > threshold)
+            return int(i);
+    return -1;
+}
+
+inline int windowsBothAbove(const std::vector<double>& a, const std::vector<double>& b, double threshold)
+{
+    int count = 0;
+    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+        if (a[i] > threshold && b[i] > threshold)
+            ++count;
+    return count;
+}
+
+} // namespace playouttest

@@ -1,0 +1,269 @@
+#include "audioengine.h"
+#include "musiclibrary.h"
+#include "playlistmodel.h"
+#include "playouttestsupport.h"
+#include "trackparams.h"
+
+#include <QSignalSpy>
+#include <QSqlDatabase>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+
+using namespace playouttest;
+
+// Mixes heard on the null sink: a crossfade where both tones sound together, a hard cut, a mix
+// triggered by a quiet passage, and mix points moved by track parameters and row overrides.
+class TestAudioEngineMixing : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir dir;
+    QStringList logs;
+    QList<qint64> mixPositions; // position of the outgoing deck when each new row started
+
+    static Track fileTrack(const QString& artist, const QString& title, const QString& path)
+    {
+        Track t;
+        t.artist = artist;
+        t.title = title;
+        t.filePath = path;
+        return t;
+    }
+
+    void watch(AudioEngine& engine)
+    {
+        logs.clear();
+        mixPositions.clear();
+        connect(&engine, &AudioEngine::logMessage, this, [this](const QString& text) { logs << text; });
+        // currentRowChanged comes before the deck switch: position() is still the outgoing track's.
+        connect(&engine, &AudioEngine::currentRowChanged, this,
+                [this, &engine](int) { mixPositions << engine.position(); });
+    }
+
+    static void shortMixSettings()
+    {
+        setSetting(QStringLiteral("audio/outputDevice"), QStringLiteral("NullOut"));
+        setSetting(QStringLiteral("playback/crossfadeEnabled"), true);
+        setSetting(QStringLiteral("playback/minCrossfadeMs"), 1000);
+        setSetting(QStringLiteral("playback/mixPointMs"), 2000);
+        setSetting(QStringLiteral("playback/fadeInMs"), 1500);
+        setSetting(QStringLiteral("playback/fadeOutMs"), 1500);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+        useTemporarySettings(dir.path(), QStringLiteral("tst_audioengine_mixing"));
+        QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
+        // A fresh store for the track parameters.
+        QFile::remove(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+                      QStringLiteral("/library.db"));
+        QVERIFY(MusicLibrary::initialize());
+    }
+
+    void init()
+    {
+        useTemporarySettings(dir.path(), QStringLiteral("tst_audioengine_mixing"));
+        shortMixSettings();
+    }
+
+    void crossfadeLetsBothTonesSoundTogetherWhileOneFadesOutAndTheOtherIn()
+    {
+        const QString a = makeTone(dir.path(), QStringLiteral("xa.wav"), 440, 6);
+        const QString b = makeTone(dir.path(), QStringLiteral("xb.wav"), 880, 4);
+        QVERIFY(!a.isEmpty() && !b.isEmpty());
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        // The first track starts without a fade-in so that its full level is clear in the
+        // recording; the second one fades in over 1500 ms.
+        setSetting(QStringLiteral("playback/fadeInMs"), 0);
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        SinkRecorder recorder(dir.path());
+        QVERIFY(recorder.start());
+        engine.playRow(0);
+        setSetting(QStringLiteral("playback/fadeInMs"), 1500);
+        engine.reloadSettings();
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Stop")), 30000);
+        QTest::qWait(300);
+        recorder.stop();
+        // Mixed, not ended: the first track never reported its end.
+        QVERIFY(!logs.contains(QStringLiteral("End of track: A - Low")));
+        QCOMPARE(mixPositions.size(), 2);
+        QVERIFY2(mixPositions.at(1) >= 3900 && mixPositions.at(1) <= 4600,
+                 qPrintable(QString::number(mixPositions.at(1))));
+
+        const std::vector<float> samples = recorder.samples();
+        const std::vector<double> low = toneTrack(samples, 440);
+        const std::vector<double> high = toneTrack(samples, 880);
+        const double plateau = *std::max_element(low.begin(), low.end());
+        QVERIFY2(plateau > 0.2, qPrintable(QString::number(plateau)));
+        const int both = windowsBothAbove(low, high, 0.02);
+        QVERIFY2(both >= 10, qPrintable(QString::number(both))); // at least half a second together
+        const int highStart = firstAbove(high, 0.02);
+        const int lowEnd = lastAbove(low, 0.02);
+        qInfo("mix at %lld ms; overlap %d windows of 50 ms; outgoing %.3f -> %.3f, incoming %.3f -> %.3f",
+              mixPositions.at(1), both, low[size_t(highStart)], low[size_t(lowEnd)], high[size_t(highStart)],
+              high[size_t(lowEnd)]);
+        QVERIFY(highStart > 0 && lowEnd > highStart);
+        // The outgoing tone gets quieter across the overlap, the incoming one louder.
+        QVERIFY(low[size_t(highStart)] > low[size_t(lowEnd)] * 2);
+        QVERIFY(high[size_t(highStart)] * 2 < high[size_t(lowEnd)]);
+        QVERIFY(low[size_t(lowEnd)] < plateau * 0.5);
+    }
+
+    void withoutCrossfadeTheNextTrackFollowsWithAHardCut()
+    {
+        setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
+        const QString a = makeTone(dir.path(), QStringLiteral("ca.wav"), 440, 2.5);
+        const QString b = makeTone(dir.path(), QStringLiteral("cb.wav"), 880, 2);
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        SinkRecorder recorder(dir.path());
+        QVERIFY(recorder.start());
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Stop")), 30000);
+        QTest::qWait(300);
+        recorder.stop();
+        QVERIFY(logs.contains(QStringLiteral("End of track: A - Low")));
+        const std::vector<float> samples = recorder.samples();
+        const std::vector<double> low = toneTrack(samples, 440);
+        const std::vector<double> high = toneTrack(samples, 880);
+        QVERIFY(firstAbove(low, 0.05) >= 0);
+        QVERIFY(firstAbove(high, 0.05) >= 0);
+        QVERIFY(firstAbove(high, 0.05) >= lastAbove(low, 0.05));
+        qInfo("hard cut: 440 Hz last heard in window %d, 880 Hz first in window %d", lastAbove(low, 0.05),
+              firstAbove(high, 0.05));
+        QVERIFY(windowsBothAbove(low, high, 0.05) <= 1);
+        // Both at full level: no fade-in on the second track.
+        QVERIFY(high[size_t(firstAbove(high, 0.05) + 1)] > 0.25);
+    }
+
+    void quietPassageBelowTheThresholdStartsTheNextRowEarly()
+    {
+        setSetting(QStringLiteral("playback/triggerMixEnabled"), true);
+        setSetting(QStringLiteral("playback/triggerMixDb"), -14.0);
+        setSetting(QStringLiteral("playback/mixPointMs"), 500);
+        setSetting(QStringLiteral("playback/fadeInMs"), 0);
+        setSetting(QStringLiteral("playback/fadeOutMs"), 500);
+        // Loud (about -8 dB after the master volume) for 3 s, then -28 dB for 5 s.
+        const QString a = makeLoudThenQuiet(dir.path(), QStringLiteral("la.wav"), 440, 3, 5, 0.5, 0.05);
+        const QString b = makeTone(dir.path(), QStringLiteral("lb.wav"), 880, 1.5);
+        QVERIFY(!a.isEmpty() && !b.isEmpty());
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Fading"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Next"), b));
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - Next")), 20000);
+        QCOMPARE(mixPositions.size(), 2);
+        const qint64 at = mixPositions.at(1);
+        QVERIFY2(at >= 2900 && at <= 5000, qPrintable(QString::number(at))); // quiet from 3000, end at 8000
+        QVERIFY(!logs.contains(QStringLiteral("End of track: A - Fading")));
+        engine.stop();
+    }
+
+    void trackMixOfEightSecondsStartsTheNextRowEightSecondsBeforeTheEnd()
+    {
+        const QString a = makeTone(dir.path(), QStringLiteral("ma.wav"), 440, 10);
+        const QString b = makeTone(dir.path(), QStringLiteral("mb.wav"), 880, 1);
+        TrackParams params;
+        params.mix = 8000;
+        TrackParams::save(a, params);
+        QCOMPARE(TrackParams::load(a).mix, 8000);
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Ten"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("One"), b));
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - One")), 20000);
+        QVERIFY2(mixPositions.at(1) >= 1900 && mixPositions.at(1) <= 2600,
+                 qPrintable(QString::number(mixPositions.at(1))));
+        engine.stop();
+    }
+
+    void rowOverrideOfThreeSecondsWinsOverTheTrackMix()
+    {
+        const QString a = makeTone(dir.path(), QStringLiteral("ma.wav"), 440, 10);
+        const QString b = makeTone(dir.path(), QStringLiteral("mb.wav"), 880, 1);
+        TrackParams params;
+        params.mix = 8000;
+        TrackParams::save(a, params);
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Ten"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("One"), b));
+        playlist.setRowMixOverrides(0, {PlaylistModel::MixOverride(3000, -1)});
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - One")), 20000);
+        QVERIFY2(mixPositions.at(1) >= 6900 && mixPositions.at(1) <= 7600,
+                 qPrintable(QString::number(mixPositions.at(1))));
+        engine.stop();
+        TrackParams::remove(a);
+    }
+
+    void stopRowAfterTheTrackIsNotMixedButReachedAtTheEnd()
+    {
+        const QString a = makeTone(dir.path(), QStringLiteral("sa.wav"), 440, 3);
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Before"), a));
+        Track stopRow;
+        stopRow.isCommand = true;
+        stopRow.command = QStringLiteral("STOP");
+        playlist.appendTrack(stopRow);
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("After"), a));
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        const QString stopLine =
+            QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(stopLine), 20000);
+        QVERIFY(logs.indexOf(QStringLiteral("End of track: A - Before")) >= 0);
+        QVERIFY(logs.indexOf(QStringLiteral("End of track: A - Before")) < logs.indexOf(stopLine));
+        QVERIFY(mixPositions.at(1) >= 2800);
+        QVERIFY(!logs.contains(QStringLiteral("B - After")));
+    }
+
+    void manualPlayRowWhilePlayingCrossfadesToTheOtherDeck()
+    {
+        const QString a = makeTone(dir.path(), QStringLiteral("pa.wav"), 440, 6);
+        const QString b = makeTone(dir.path(), QStringLiteral("pb.wav"), 880, 6);
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        const int first = engine.currentDeck();
+        QTRY_VERIFY_WITH_TIMEOUT(engine.position() > 500, 10000);
+        engine.playRow(1);
+        QCOMPARE(engine.currentDeck(), 1 - first);
+        QVERIFY(engine.deckFading(first));
+        QTRY_VERIFY_WITH_TIMEOUT(engine.deckState(first) == QMediaPlayer::StoppedState, 10000);
+        QCOMPARE(engine.deckGain(first), 0.0);
+        QTRY_COMPARE_WITH_TIMEOUT(engine.deckGain(1 - first), 1.0, 10000);
+        QVERIFY(engine.isPlaying());
+        engine.stop();
+    }
+};
+
+QTEST_MAIN(TestAudioEngineMixing)
+#include "tst_audioengine_mixing.moc"
