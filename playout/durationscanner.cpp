@@ -9,9 +9,7 @@ namespace {
 constexpr int kTimeoutMs = 6000;
 }
 
-DurationScanner::DurationScanner(QObject* parent)
-    : QObject(parent)
-    , timeout(new QTimer(this))
+DurationScanner::DurationScanner(QObject* parent) : QObject(parent), timeout(new QTimer(this))
 {
     timeout->setSingleShot(true);
     timeout->setInterval(kTimeoutMs);
@@ -24,9 +22,10 @@ void DurationScanner::enqueue(const QStringList& paths)
         if (path.isEmpty())
             continue;
         // The window hands over the same paths at every refresh: keep each one once.
-        if ((busy && path == current) || queue.contains(path))
+        if ((busy && path == current) || waiting.contains(path))
             continue;
         queue.append(path);
+        waiting.insert(path);
     }
     if (!busy)
         startNext();
@@ -42,6 +41,16 @@ void DurationScanner::startNext()
     }
     busy = true;
     current = queue.takeFirst();
+    waiting.remove(current);
+    if (player && replacePlayer) {
+        player->disconnect(this);
+        player->stop();
+        player->deleteLater();
+        output->deleteLater();
+        player = nullptr;
+        output = nullptr;
+    }
+    replacePlayer = false;
     if (!player) {
         player = new QMediaPlayer(this);
         output = new QAudioOutput(this);
@@ -59,11 +68,19 @@ void DurationScanner::startNext()
                 if (d > 0)
                     finishWith(d);
             } else if (status == QMediaPlayer::InvalidMedia) {
+                // After a load error the player reports the error once more for the next source; a
+                // fresh player for the next file keeps that stale report from ending it with 0.
+                replacePlayer = true;
                 finishWith(0);
             }
         });
     }
-    player->setSource(QUrl::fromLocalFile(current));
+    const QUrl url = QUrl::fromLocalFile(current);
+    // The player ignores a source equal to the one it holds, which would leave a re-scan of the
+    // last file waiting for the time-out; clearing it first makes it load again.
+    if (player->source() == url)
+        player->setSource(QUrl());
+    player->setSource(url);
     timeout->start();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QSet>
 #include <QStringList>
 
 class QAudioOutput;
@@ -35,6 +36,8 @@ private:
     QAudioOutput* output = nullptr;
     QTimer* timeout = nullptr;
     QStringList queue;
+    QSet<QString> waiting; // the paths in `queue`, for a cheap duplicate test on long lists
     QString current;
     bool busy = false;
+    bool replacePlayer = false; // the last file failed to load; the next one gets a new player
 };

@@ -1,0 +1,29 @@
+#include "musiclibrary.h"
+#include "musiclibrarydialog.h"
+
+#include <QApplication>
+#include <QIcon>
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
+    // Same organisation and application name: the per-user folders become ".../Ondaro/Ondaro".
+    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/appicon.png")));
+
+    // A database that cannot be opened does not stop start-up; the window then lists nothing.
+    MusicLibrary::initialize();
+
+    int result = 0;
+    {
+        MusicLibraryDialog window;
+        window.setWindowTitle(QStringLiteral("Ondaro — Library Manager"));
+        window.setWindowFlag(Qt::Window, true);
+        window.resize(960, 620);
+        window.show();
+        result = QApplication::exec();
+    } // the window goes before the application object
+    return result;
+}

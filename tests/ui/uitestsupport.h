@@ -1,0 +1,137 @@
+#pragma once
+
+// Helpers shared by the window tests: a fresh database per test case, generated audio files and a
+// way to answer the window's modal dialogs from inside the test.
+
+#include "musiclibrary.h"
+
+#include <QApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QPointer>
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QStandardPaths>
+#include <QTimer>
+#include <QWidget>
+
+#include <functional>
+#include <memory>
+
+namespace uitest {
+
+// Points the per-user locations at test folders and gives this run its own application name, so
+// that the database lives in a location nobody else uses.
+inline void useTestLocations(const char* testName)
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
+    QCoreApplication::setApplicationName(
+        QStringLiteral("%1-%2").arg(QLatin1String(testName)).arg(QCoreApplication::applicationPid()));
+}
+
+inline QString configFolder()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
+}
+
+// Drops the shared connection and its file and brings the store up again on an empty database.
+inline void freshDatabase()
+{
+    if (QSqlDatabase::contains(QStringLiteral("od_library")))
+        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
+    QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+    const QString folder = configFolder();
+    for (const char* suffix : {"", "-wal", "-shm"})
+        QFile::remove(folder + QStringLiteral("/library.db") + QLatin1String(suffix));
+    MusicLibrary::initialize();
+}
+
+inline void removeTestLocations()
+{
+    if (QSqlDatabase::contains(QStringLiteral("od_library")))
+        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
+    QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+    QDir(configFolder()).removeRecursively();
+}
+
+// A short sine tone made with sox; returns whether the file exists afterwards.
+inline bool makeTone(const QString& path, double seconds = 0.2)
+{
+    QProcess sox;
+    sox.start(QStringLiteral("sox"),
+              {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("8000"), QStringLiteral("-c"),
+               QStringLiteral("1"), path, QStringLiteral("synth"), QString::number(seconds),
+               QStringLiteral("sine"), QStringLiteral("440")});
+    sox.waitForFinished(60000);
+    return QFile::exists(path);
+}
+
+inline bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    return file.write(bytes) == bytes.size();
+}
+
+// Parent of every pending watcher below, so that a test case that ends early (a failed check) can
+// drop the watchers that still refer to its locals.
+inline std::unique_ptr<QObject>& watcherScope()
+{
+    static std::unique_ptr<QObject> scope = std::make_unique<QObject>();
+    return scope;
+}
+
+inline void stopWatchers()
+{
+    watcherScope() = std::make_unique<QObject>();
+}
+
+// Runs `answer` once on the first visible widget of type T that `find` turns up, polling every
+// 10 ms until `limitMs` has passed or `scope` is destroyed. Returns a flag that tells whether it ran.
+template <typename T>
+std::shared_ptr<bool> whenShown(std::function<T*()> find, std::function<void(T*)> answer, int limitMs = 60000,
+                                QObject* scope = nullptr)
+{
+    auto ran = std::make_shared<bool>(false);
+    auto* timer = new QTimer(scope ? scope : watcherScope().get());
+    timer->setInterval(10);
+    const QDeadlineTimer deadline(limitMs);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, find, answer, ran, deadline] {
+        if (T* widget = find()) {
+            if (widget->isVisible()) {
+                timer->stop();
+                timer->deleteLater();
+                *ran = true;
+                answer(widget);
+                return;
+            }
+        }
+        if (deadline.hasExpired()) {
+            timer->stop();
+            timer->deleteLater();
+        }
+    });
+    timer->start();
+    return ran;
+}
+
+// Answers the next application-modal dialog of type T (message box, input dialog, file dialog).
+template <typename T>
+std::shared_ptr<bool> whenModal(std::function<void(T*)> answer, int limitMs = 60000, QObject* scope = nullptr)
+{
+    return whenShown<T>([] { return qobject_cast<T*>(QApplication::activeModalWidget()); }, answer, limitMs,
+                        scope);
+}
+
+// Answers the next pop-up (a context menu).
+template <typename T>
+std::shared_ptr<bool> whenPopup(std::function<void(T*)> answer, int limitMs = 60000, QObject* scope = nullptr)
+{
+    return whenShown<T>([] { return qobject_cast<T*>(QApplication::activePopupWidget()); }, answer, limitMs,
+                        scope);
+}
+
+} // namespace uitest
