@@ -116,6 +116,13 @@ void fillRow(QTableWidget* table, int row, const Track& t, DateTexts& dates)
     table->setItem(row, 11, cell(t.filePath));
 }
 
+// A store without any library gets an empty "Default", at start and after the last one is deleted.
+void ensureSomeLibraryExists()
+{
+    if (MusicLibrary::libraries().isEmpty())
+        MusicLibrary::createLibrary(QStringLiteral("Default"));
+}
+
 } // namespace
 
 MusicLibraryDialog::MusicLibraryDialog(QWidget* parent) : QDialog(parent)
@@ -174,8 +181,7 @@ MusicLibraryDialog::MusicLibraryDialog(QWidget* parent) : QDialog(parent)
     connect(scanner, &DurationScanner::resolved, this, &MusicLibraryDialog::onDurationResolved);
     connect(scanner, &DurationScanner::finished, this, &MusicLibraryDialog::onScannerFinished);
 
-    if (MusicLibrary::libraries().isEmpty())
-        MusicLibrary::createLibrary(QStringLiteral("Default"));
+    ensureSomeLibraryExists();
     reloadLibraries();
 }
 
@@ -593,8 +599,7 @@ void MusicLibraryDialog::deleteLibrary()
     if (answer != QMessageBox::Yes)
         return;
     MusicLibrary::deleteLibrary(name);
-    if (MusicLibrary::libraries().isEmpty())
-        MusicLibrary::createLibrary(QStringLiteral("Default"));
+    ensureSomeLibraryExists();
     reloadLibraries();
     emit librariesChanged();
 }

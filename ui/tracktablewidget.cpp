@@ -1,23 +1,12 @@
 #include "tracktablewidget.h"
 
+#include "musiclibrary.h"
+
 #include <QMimeData>
 #include <QSet>
 #include <QUrl>
 
 TrackTableWidget::TrackTableWidget(QWidget* parent) : QTableWidget(0, 12, parent) {}
-
-bool TrackTableWidget::isStreamUrl(const QString& text)
-{
-    static const QStringList schemes = {QStringLiteral("http://"), QStringLiteral("https://"),
-                                        QStringLiteral("mms://"), QStringLiteral("rtsp://"),
-                                        QStringLiteral("rtmp://")};
-    const QString trimmed = text.trimmed();
-    for (const QString& scheme : schemes) {
-        if (trimmed.startsWith(scheme, Qt::CaseInsensitive))
-            return true;
-    }
-    return false;
-}
 
 QMimeData* TrackTableWidget::mimeData(const QList<QTableWidgetItem*>& items) const
 {
@@ -35,10 +24,12 @@ QMimeData* TrackTableWidget::mimeData(const QList<QTableWidgetItem*>& items) con
         if (!first)
             continue;
         // Only file rows carry their path; stream rows have none and are never dragged.
-        const QString path = first->data(Qt::UserRole).toString().trimmed();
-        if (path.isEmpty())
+        const QString stored = first->data(Qt::UserRole).toString();
+        if (stored.isEmpty())
             continue;
-        urls << (isStreamUrl(path) ? QUrl(path) : QUrl::fromLocalFile(path));
+        // A file entry whose path reads like a stream address leaves as that address.
+        const QString path = stored.trimmed();
+        urls << (MusicLibrary::isStreamUrl(path) ? QUrl(path) : QUrl::fromLocalFile(path));
     }
     data->setUrls(urls);
     return data;

@@ -11,9 +11,6 @@ class TrackTableWidget : public QTableWidget
 public:
     explicit TrackTableWidget(QWidget* parent = nullptr);
 
-    // True when the trimmed text starts with a stream scheme (http, https, mms, rtsp, rtmp).
-    static bool isStreamUrl(const QString& text);
-
 protected:
     QMimeData* mimeData(const QList<QTableWidgetItem*>& items) const override;
 };

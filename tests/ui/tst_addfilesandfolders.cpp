@@ -236,26 +236,40 @@ private slots:
         openDialog();
         QSignalSpy changed(dialog.get(), &MusicLibraryDialog::librariesChanged);
         QStringList labels;
-        QString scanLabel;
         int maximum = -1;
+        Qt::WindowModality addingModality = Qt::NonModal;
+        int addingMinimumDuration = -1;
+        QString addingCancelText;
         // Polls on every pass of the event loop while the dialogs are up and notes each new text.
         QTimer watch;
         watch.setInterval(0);
         connect(&watch, &QTimer::timeout, this, [&] {
-            if (QProgressDialog* scan = progress("folderScanProgress"); scan && scan->isVisible())
-                scanLabel = scan->labelText();
             QProgressDialog* adding = progress("addFolderProgress");
             if (adding && adding->isVisible()) {
                 maximum = adding->maximum();
+                addingModality = adding->windowModality();
+                addingMinimumDuration = adding->minimumDuration();
+                if (auto* button = adding->findChild<QPushButton*>())
+                    addingCancelText = button->text();
                 if (labels.isEmpty() || labels.last() != adding->labelText())
                     labels << adding->labelText();
             }
         });
         watch.start();
-        chooseFolder(dir);
+        QString caption;
+        bool directoriesOnly = false;
+        answerChooser(dir, dir, [&](QFileDialog* chooser) {
+            caption = chooser->windowTitle();
+            directoriesOnly = chooser->testOption(QFileDialog::ShowDirsOnly);
+        });
         dialog->addFolder();
         watch.stop();
+        QCOMPARE(caption, QStringLiteral("Add folder to library"));
+        QVERIFY(directoriesOnly);
         QCOMPARE(maximum, 120);
+        QCOMPARE(addingModality, Qt::WindowModal);
+        QCOMPARE(addingMinimumDuration, 0);
+        QCOMPARE(addingCancelText, QStringLiteral("Cancel"));
         QStringList steps;
         for (const QString& label : labels) {
             if (label.contains(QLatin1Char('(')))
@@ -270,7 +284,6 @@ private slots:
         // Both progress dialogs live only for the call.
         QVERIFY(!progress("folderScanProgress"));
         QVERIFY(!progress("addFolderProgress"));
-        Q_UNUSED(scanLabel)
     }
 
     void cancellingDuringScanReportsCancelledAndAddsNothing()

@@ -1,13 +1,18 @@
 // The Library Manager window: construction, library selection, search and filters, the table's
-// cell texts, the duration scanner hand-over and double-click to playlist.
+// cell texts, the tool row and menus, the duration scanner hand-over and double-click to playlist.
 
 #include "durationscanner.h"
 #include "musiclibrarydialog.h"
 #include "tracktablewidget.h"
 #include "uitestsupport.h"
 
+#include <QBoxLayout>
 #include <QComboBox>
+#include <QFileDialog>
 #include <QHeaderView>
+#include <QInputDialog>
+#include <QMessageBox>
+#include <QMetaMethod>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -19,20 +24,52 @@
 
 namespace {
 
-Track fileTrack(const QString& artist, const QString& title, const QString& path, qint64 ms = 200000)
-{
-    Track t;
-    t.artist = artist;
-    t.title = title;
-    t.filePath = path;
-    t.durationMs = ms;
-    return t;
-}
+using uitest::fileTrack;
 
 QString cellText(const QTableWidget* table, int row, int column)
 {
     const QTableWidgetItem* item = table->item(row, column);
     return item ? item->text() : QStringLiteral("<no item>");
+}
+
+// One line per entry of a box layout: the widget's class and text, "spacing N" or "stretch".
+QStringList describeLayout(const QLayout* layout)
+{
+    QStringList lines;
+    for (int i = 0; i < layout->count(); ++i) {
+        QLayoutItem* item = layout->itemAt(i);
+        if (QWidget* w = item->widget()) {
+            QString text;
+            if (auto* label = qobject_cast<QLabel*>(w))
+                text = label->text();
+            else if (auto* button = qobject_cast<QPushButton*>(w))
+                text = button->text();
+            lines << QStringLiteral("%1 %2").arg(QLatin1String(w->metaObject()->className()), text).trimmed();
+        } else if (QSpacerItem* spacer = item->spacerItem()) {
+            lines << (spacer->sizePolicy().horizontalPolicy() == QSizePolicy::Expanding
+                          ? QStringLiteral("stretch")
+                          : QStringLiteral("spacing %1").arg(spacer->sizeHint().width()));
+        } else if (item->layout()) {
+            lines << QStringLiteral("layout");
+        }
+    }
+    return lines;
+}
+
+// The title of the next modal dialog, which is then dismissed without doing anything.
+std::shared_ptr<QString> titleOfNextModal()
+{
+    auto title = std::make_shared<QString>();
+    uitest::whenModal<QDialog>([title](QDialog* modal) {
+        *title = modal->windowTitle();
+        if (auto* box = qobject_cast<QMessageBox*>(modal)) {
+            QAbstractButton* button = box->button(QMessageBox::No);
+            (button ? button : box->button(QMessageBox::Ok))->click();
+        } else {
+            modal->reject();
+        }
+    });
+    return title;
 }
 
 } // namespace
@@ -60,7 +97,7 @@ private:
         QVERIFY(table && searchBox && status);
     }
 
-    // Four tracks in "Default", plus a stream; the window is opened afterwards.
+    // Four tracks in "Default"; the window is opened afterwards.
     void openWithBands()
     {
         MusicLibrary store;
@@ -149,6 +186,191 @@ private slots:
             QVERIFY(edit->isClearButtonEnabled());
         }
         QVERIFY(dialog->findChild<QPushButton*>(QStringLiteral("resetButton")));
+    }
+
+    void windowStacksMenuBarToolRowTableFilterRowAndStatusLabel()
+    {
+        openDialog();
+        auto* layout = qobject_cast<QVBoxLayout*>(dialog->layout());
+        QVERIFY(layout);
+        QCOMPARE(layout->contentsMargins(), QMargins(0, 0, 0, 0));
+        QCOMPARE(layout->spacing(), 0);
+        QCOMPARE(layout->menuBar(), dialog->findChild<QMenuBar*>());
+        QCOMPARE(layout->count(), 4);
+        QCOMPARE(layout->itemAt(0)->widget(), searchBox->parentWidget());
+        QCOMPARE(layout->itemAt(1)->widget(), table);
+        QCOMPARE(layout->stretch(1), 1);
+        // The filter row: its first column holds the "Filter (all)" box.
+        QLayout* filterRow = layout->itemAt(2)->layout();
+        QVERIFY(filterRow && filterRow->itemAt(0)->layout());
+        QVERIFY(filterRow->itemAt(0)->layout()->indexOf(box("filterAll")) >= 0);
+        QCOMPARE(layout->itemAt(3)->widget(), status);
+        QCOMPARE(status->contentsMargins(), QMargins(6, 2, 6, 2));
+    }
+
+    void toolRowHoldsSelectorButtonsAndSearchBoxLeftToRight()
+    {
+        openDialog();
+        QWidget* row = searchBox->parentWidget();
+        QVERIFY(row && row != dialog.get());
+        QCOMPARE(row->layout()->contentsMargins(), QMargins(6, 4, 6, 4));
+        QCOMPARE(describeLayout(row->layout()),
+                 (QStringList{"QLabel Library:", "QComboBox", "QPushButton New...", "QPushButton Delete",
+                              "spacing 16", "QPushButton Add files...", "QPushButton Add folder...",
+                              "QPushButton Add stream...", "QPushButton Verify", "stretch", "QLabel Search:",
+                              "QLineEdit"}));
+        auto* selector = dialog->findChild<QComboBox*>(QStringLiteral("librarySelector"));
+        QCOMPARE(row->layout()->indexOf(selector), 1);
+        QCOMPARE(selector->minimumWidth(), 180);
+        QCOMPARE(row->layout()->indexOf(searchBox), 11);
+        QCOMPARE(searchBox->minimumWidth(), 200);
+        QCOMPARE(searchBox->maximumWidth(), 200);
+    }
+
+    void filterRowCaptionsAreSmallGreyLabelsAboveTheirBoxesAndResetLinesUp()
+    {
+        openDialog();
+        auto* rowLayout = qobject_cast<QHBoxLayout*>(dialog->layout()->itemAt(2)->layout());
+        QVERIFY(rowLayout);
+        QCOMPARE(rowLayout->spacing(), 4);
+        const QStringList captions = {"Filter (all)", "Artist",  "Title",    "Album",     "Year",
+                                      "Genre",        "Comment", "Duration", "File name", " "};
+        QCOMPARE(rowLayout->count(), captions.size());
+        for (int i = 0; i < captions.size(); ++i) {
+            auto* column = qobject_cast<QVBoxLayout*>(rowLayout->itemAt(i)->layout());
+            QVERIFY(column);
+            QCOMPARE(column->spacing(), 1);
+            QCOMPARE(column->count(), 2);
+            auto* caption = qobject_cast<QLabel*>(column->itemAt(0)->widget());
+            QVERIFY(caption);
+            QCOMPARE(caption->text(), captions.at(i));
+            QCOMPARE(caption->styleSheet(), QStringLiteral("font-size:10px; color:#555;"));
+            QWidget* below = column->itemAt(1)->widget();
+            if (i < 9) {
+                auto* edit = qobject_cast<QLineEdit*>(below);
+                QVERIFY(edit);
+                QCOMPARE(edit->placeholderText(), captions.at(i));
+            } else {
+                auto* reset = qobject_cast<QPushButton*>(below);
+                QVERIFY(reset);
+                QCOMPARE(reset->text(), QStringLiteral("Reset"));
+            }
+        }
+    }
+
+    void everyToolRowButtonAndMenuEntryOpensItsOwnDialog()
+    {
+        openDialog();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog.get()));
+        const QList<QPair<const char*, QString>> buttons = {
+            {"newLibraryButton", "New library"},       {"deleteLibraryButton", "Delete library"},
+            {"addFilesButton", "Add files to library"}, {"addFolderButton", "Add folder to library"},
+            {"addStreamButton", "Add online stream"},   {"verifyButton", "Verify library"}};
+        for (const auto& button : buttons) {
+            auto* pushButton = dialog->findChild<QPushButton*>(QLatin1String(button.first));
+            QVERIFY2(pushButton, button.first);
+            const auto title = titleOfNextModal();
+            QTest::mouseClick(pushButton, Qt::LeftButton);
+            QCOMPARE(*title, button.second);
+            uitest::stopWatchers();
+        }
+        QHash<QString, QAction*> entries;
+        for (QAction* menuAction : dialog->findChild<QMenuBar*>()->actions()) {
+            for (QAction* entry : menuAction->menu()->actions())
+                entries.insert(entry->text(), entry);
+        }
+        const QList<QPair<const char*, QString>> menuEntries = {
+            {"New library...", "New library"},         {"Delete library...", "Delete library"},
+            {"Files...", "Add files to library"},      {"Folder...", "Add folder to library"},
+            {"Online stream...", "Add online stream"}, {"Verify (remove missing files)", "Verify library"}};
+        for (const auto& entry : menuEntries) {
+            QVERIFY2(entries.contains(QLatin1String(entry.first)), entry.first);
+            const auto title = titleOfNextModal();
+            entries.value(QLatin1String(entry.first))->trigger();
+            QCOMPARE(*title, entry.second);
+            uitest::stopWatchers();
+        }
+        QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Default")});
+        QSignalSpy accepted(dialog.get(), &QDialog::accepted);
+        entries.value(QStringLiteral("Close"))->trigger();
+        QCOMPARE(accepted.size(), 1);
+        QVERIFY(!dialog->isVisible());
+    }
+
+    void durationUpdateRewritesTheFirstRowWhoseLastPlayedTextEqualsThePath()
+    {
+        openWithBands();
+        // Row 1 holds this path in its Path column; rows 2 and 3 are made to show it as "Last played".
+        const QString path = QStringLiteral("/music/surf.mp3");
+        QCOMPARE(cellText(table, 1, 11), path);
+        table->item(2, 8)->setText(path);
+        table->item(3, 8)->setText(path);
+        const QString before = cellText(table, 1, 6);
+        QCOMPARE(cellText(table, 3, 6), before);
+        emit dialog->durationScanner()->resolved(path, 3725000);
+        // Only the first row whose "Last played" text equals the path changes.
+        QCOMPARE(cellText(table, 1, 6), before);
+        QCOMPARE(cellText(table, 2, 6), QStringLiteral("62:05"));
+        QCOMPARE(cellText(table, 3, 6), before);
+        QVERIFY(!(table->item(2, 6)->flags() & Qt::ItemIsEditable));
+    }
+
+    void windowOnAnUnopenableDatabaseKeepsTracksZeroAndAnEmptyTable()
+    {
+        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
+        QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+        QSqlDatabase broken = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("od_library"));
+        broken.setDatabaseName(audioDir.filePath(QStringLiteral("no/such/folder/library.db")));
+        openDialog();
+        QVERIFY(MusicLibrary::libraries().isEmpty());
+        auto* selector = dialog->findChild<QComboBox*>(QStringLiteral("librarySelector"));
+        QCOMPARE(selector->count(), 0);
+        QCOMPARE(status->text(), QStringLiteral("Tracks: 0"));
+        QCOMPARE(table->rowCount(), 0);
+        QTest::keyClicks(searchBox, QStringLiteral("ab"));
+        QCOMPARE(table->rowCount(), 0);
+    }
+
+    void sendToPlaylistAndLibrariesChangedAreTheWindowsFirstTwoSignals()
+    {
+        const QMetaObject* meta = &MusicLibraryDialog::staticMetaObject;
+        const QMetaMethod first = meta->method(meta->methodOffset());
+        const QMetaMethod second = meta->method(meta->methodOffset() + 1);
+        QCOMPARE(first.methodType(), QMetaMethod::Signal);
+        QCOMPARE(first.methodSignature(), QByteArray("sendToPlaylist(Track)"));
+        QCOMPARE(second.methodType(), QMetaMethod::Signal);
+        QCOMPARE(second.methodSignature(), QByteArray("librariesChanged()"));
+        for (const char* slot : {"addFiles()", "addFolder()", "addStream()", "editStream(Track)",
+                                 "streamDialog(Track)", "currentQuery()", "verifyLibrary()", "newLibrary()",
+                                 "deleteLibrary()", "openSelectedLibrary()", "onCellActivated(int,int)",
+                                 "refreshTable()"}) {
+            const int index = meta->indexOfSlot(slot);
+            QVERIFY2(index >= meta->methodOffset(), slot);
+        }
+    }
+
+    void everyKeystrokeHandsTheScannerTheHiddenFilesWithoutDurationToo()
+    {
+        MusicLibrary store;
+        store.setLibrary(QStringLiteral("Default"));
+        const QString hidden = audioDir.filePath(QStringLiteral("hidden-gone.mp3"));
+        const QString shown = audioDir.filePath(QStringLiteral("shown-gone.mp3"));
+        store.addTrack(fileTrack(QStringLiteral("Hidden"), QStringLiteral("One"), hidden, 0));
+        store.addTrack(fileTrack(QStringLiteral("Shown"), QStringLiteral("Two"), shown, 0));
+        openDialog();
+        QSignalSpy finished(dialog->durationScanner(), &DurationScanner::finished);
+        QTRY_VERIFY_WITH_TIMEOUT(!finished.isEmpty(), 30000);
+        // Neither file has a length after the first scan; typing narrows the table to one of them and
+        // still hands both over, in the order of the whole library's listing.
+        QSignalSpy resolved(dialog->durationScanner(), &DurationScanner::resolved);
+        QTest::keyClicks(box("filterArtist"), QStringLiteral("sh"));
+        QCOMPARE(table->rowCount(), 1);
+        QCOMPARE(cellText(table, 0, 0), QStringLiteral("Shown"));
+        QTRY_VERIFY_WITH_TIMEOUT(finished.size() >= 2, 30000);
+        QStringList handed;
+        for (const QList<QVariant>& args : resolved)
+            handed << args.at(0).toString();
+        QCOMPARE(handed.mid(0, 2), (QStringList{hidden, shown}));
     }
 
     void typingInSearchBoxRequeriesOnEveryCharacter()

@@ -23,6 +23,7 @@ struct EditorSeen {
     QString namePlaceholder;
     QString urlPlaceholder;
     QString acceptText;
+    bool acceptIsDefault = false;
     int minimumWidth = 0;
 };
 
@@ -70,6 +71,7 @@ private:
             seen.namePlaceholder = nameEdit->placeholderText();
             seen.urlPlaceholder = urlEdit->placeholderText();
             seen.acceptText = ok->text();
+            seen.acceptIsDefault = ok->isDefault();
             seen.minimumWidth = editor->minimumWidth();
             nameEdit->setText(name);
             urlEdit->setText(url);
@@ -92,7 +94,9 @@ private:
     {
         uitest::whenModal<QInputDialog>([&label, name, accept](QInputDialog* input) {
             label = input->windowTitle() + QLatin1Char('|') + input->labelText() + QLatin1Char('|') +
-                    input->textValue();
+                    input->textValue() +
+                    (input->textEchoMode() == QLineEdit::Normal ? QStringLiteral("|normal echo")
+                                                                : QStringLiteral("|hidden echo"));
             input->setTextValue(name);
             if (accept)
                 input->accept();
@@ -124,6 +128,7 @@ private slots:
         dialog->addStream();
         QCOMPARE(seen.title, QStringLiteral("Add online stream"));
         QCOMPARE(seen.acceptText, QStringLiteral("Add"));
+        QVERIFY(seen.acceptIsDefault);
         QCOMPARE(seen.name, QString());
         QCOMPARE(seen.url, QString());
         QCOMPARE(seen.namePlaceholder, QStringLiteral("e.g. BBC Radio 1"));
@@ -248,7 +253,7 @@ private slots:
         QString asked;
         answerNameDialog(asked, QStringLiteral("  Jazz  "));
         dialog->newLibrary();
-        QCOMPARE(asked, QStringLiteral("New library|Library name:|"));
+        QCOMPARE(asked, QStringLiteral("New library|Library name:||normal echo"));
         QCOMPARE(MusicLibrary::libraries(), (QStringList{QStringLiteral("Default"), QStringLiteral("Jazz")}));
         QCOMPARE(selector->currentText(), QStringLiteral("Jazz"));
         QCOMPARE(dialog->library().name, QStringLiteral("Jazz"));

@@ -15,12 +15,7 @@ namespace {
 
 Track fileTrack(const QString& artist, const QString& path)
 {
-    Track t;
-    t.artist = artist;
-    t.title = artist + QStringLiteral(" song");
-    t.filePath = path;
-    t.durationMs = 180000;
-    return t;
+    return uitest::fileTrack(artist, artist + QStringLiteral(" song"), path);
 }
 
 } // namespace
@@ -130,6 +125,19 @@ private slots:
         QCOMPARE(urls, QList<QUrl>{QUrl::fromLocalFile(QStringLiteral("/music/alpha one.mp3"))});
     }
 
+    void pathOfOnlyBlanksIsNotSkippedButTrimmedToAnEmptyUrl()
+    {
+        openWithMixedLibrary();
+        // Only a row without a stored path is left out; whatever path there is, is trimmed and sent.
+        table->item(0, 0)->setData(Qt::UserRole, QStringLiteral("   "));
+        const QList<QUrl> urls = dragUrlsOf(rowCells(0, {0}) + rowCells(2, {0}));
+        QCOMPARE(urls.size(), 2);
+        QVERIFY(urls.at(0).isEmpty());
+        QCOMPARE(urls.at(1), QUrl::fromLocalFile(QStringLiteral("/music/delta.mp3")));
+        table->item(0, 0)->setData(Qt::UserRole, QString());
+        QCOMPARE(dragUrlsOf(rowCells(0, {0})).size(), 0);
+    }
+
     void selectedRowsGiveTheirUrlsThroughTheSelection()
     {
         openWithMixedLibrary();
@@ -166,13 +174,17 @@ private slots:
         table->setCurrentCell(2, 3);
         QSignalSpy sent(dialog.get(), &MusicLibraryDialog::sendToPlaylist);
         QStringList entries;
+        QPoint shownAt;
         uitest::whenPopup<QMenu>([&](QMenu* menu) {
             for (QAction* a : menu->actions())
                 entries << a->text();
+            shownAt = menu->pos();
             chooseEntry(menu, menu->actions().first());
         });
         requestContextMenu();
         QCOMPARE(entries, QStringList{QStringLiteral("Add to playlist")});
+        // The request's point is in the viewport; the menu opens there on the screen.
+        QCOMPARE(shownAt, table->viewport()->mapToGlobal(QPoint(5, 5)));
         QTRY_COMPARE(sent.size(), 1);
         QCOMPARE(sent.first().at(0).value<Track>().filePath, QStringLiteral("  /music/delta.mp3  "));
     }

@@ -68,6 +68,17 @@ inline bool makeTone(const QString& path, double seconds = 0.2)
     return QFile::exists(path);
 }
 
+// A file entry as the store keeps it, with a length unless one is given as 0.
+inline Track fileTrack(const QString& artist, const QString& title, const QString& path, qint64 ms = 180000)
+{
+    Track t;
+    t.artist = artist;
+    t.title = title;
+    t.filePath = path;
+    t.durationMs = ms;
+    return t;
+}
+
 inline bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
