@@ -6,6 +6,7 @@
 #include "audioengine.h"
 #include "musiclibrary.h"
 #include "playlistmodel.h"
+#include "playoutlog.h"
 
 #include <QAudioDevice>
 #include <QCommandLineParser>
@@ -23,10 +24,6 @@
 namespace {
 
 enum ExitStatus { Played = 0, NothingPlayed = 1, UsageError = 2, NoDevice = 3 };
-
-const QString noDeviceLine = QStringLiteral("No audio output device available - cannot play");
-const QString stopCommandLine =
-    QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
 
 // How long a row that reported an error may take to start playing before it is skipped; the
 // sound server's position can stall for over a second at the start of a track.
@@ -164,19 +161,19 @@ int main(int argc, char* argv[])
     });
     QObject::connect(&engine, &AudioEngine::logMessage, &app, [&](const QString& text) {
         printLine(stdout, text);
-        if (text.startsWith(QLatin1String("End of track: ")))
+        if (text.startsWith(PlayoutLog::endOfTrack))
             exitStatus = Played; // a short track may end before its first position report
-        if (text == noDeviceLine) {
+        if (text == PlayoutLog::noDevice) {
             printLine(stderr, QStringLiteral("No audio output device: check the sound server or "
                                              "\"audio/outputDevice\" (see --list-devices)"));
             QCoreApplication::exit(NoDevice);
-        } else if (text == QLatin1String("Stop") || text == stopCommandLine) {
+        } else if (text == PlayoutLog::stop || text == PlayoutLog::stopCommand) {
             QCoreApplication::exit(exitStatus);
-        } else if (text == QLatin1String("PAUSE command")) {
+        } else if (text == PlayoutLog::pauseCommand) {
             // Nobody is here to press Play again.
             printLine(stdout, QStringLiteral("Paused by a PAUSE row: nothing more will play"));
             QCoreApplication::exit(exitStatus);
-        } else if (text.startsWith(QLatin1String("Playback error: ")) &&
+        } else if (text.startsWith(PlayoutLog::playbackError) &&
                    engine.currentRow() != lastFailedRow) {
             // The engine does not advance on an error; a check of a whole list should go on. An
             // error can also arrive late from the track before, so skip only a row that is

@@ -2,6 +2,7 @@
 
 #include "levelsource.h"
 #include "mixrules.h"
+#include "playoutlog.h"
 #include "playlistmodel.h"
 #include "trackparams.h"
 #include "voiceoverrules.h"
@@ -18,27 +19,6 @@
 #include <algorithm>
 
 namespace {
-
-// Every line the engine shows the user, in one place.
-const QString logStopCommand =
-    QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
-const QString logPauseCommand = QStringLiteral("PAUSE command");
-const QString logCommand = QStringLiteral("Command: ");
-const QString logNoDevice = QStringLiteral("No audio output device available - cannot play");
-const QString logQueue = QStringLiteral("Playback queue: playing ");
-const QString logStop = QStringLiteral("Stop");
-const QString logEndOfTrack = QStringLiteral("End of track: ");
-const QString logPlaybackError = QStringLiteral("Playback error: ");
-const QString logStreamLimit = QStringLiteral("Stream time limit reached");
-const QString logStreamMetadata = QStringLiteral("Stream metadata: ");
-const QString logVoiceoverArmed = QStringLiteral("Voiceover armed: ");
-const QString logVoiceover = QStringLiteral("Voiceover: ");
-const QString logRelayStarting = QStringLiteral("Relay: starting ");
-const QString logRelayLive = QStringLiteral("Relay: live");
-const QString logRelayLost = QStringLiteral("Relay: stream lost - back to playlist");
-const QString logRelayReconnecting = QStringLiteral("Relay: reconnecting...");
-const QString logRelayStopped = QStringLiteral("Relay: stopped");
-const QString logRelayError = QStringLiteral("Relay error: ");
 
 constexpr int relayReconnectMs = 5000;
 // A live relay whose position has not moved for this long is treated as lost.
@@ -57,6 +37,27 @@ int readInt(const char* key, int fallback)
     return QSettings().value(QLatin1String(key), fallback).toInt();
 }
 
+// The output whose description equals "audio/outputDevice" exactly; when none does (or the
+// setting is empty), the system's default output.
+QAudioDevice configuredOutputDevice()
+{
+    const QString wanted = QSettings().value(QStringLiteral("audio/outputDevice")).toString();
+    if (!wanted.isEmpty()) {
+        const QList<QAudioDevice> devices = QMediaDevices::audioOutputs();
+        for (const QAudioDevice& candidate : devices) {
+            if (candidate.description() == wanted)
+                return candidate;
+        }
+    }
+    return QMediaDevices::defaultAudioOutput();
+}
+
+// The gain a voiceover is played at: its level, allowed up to twice the music's.
+float voiceoverGain(double level)
+{
+    return float(std::clamp(level, 0.0, 2.0));
+}
+
 } // namespace
 
 AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
@@ -69,7 +70,7 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     // A coarse timer may fire 5 % late, half a minute on a ten-minute limit.
     m_streamLimitTimer->setTimerType(Qt::PreciseTimer);
     connect(m_streamLimitTimer, &QTimer::timeout, this, [this] {
-        emit logMessage(logStreamLimit);
+        emit logMessage(PlayoutLog::streamLimit);
         next();
     });
     m_voiceoversEnabled = voiceoversEnabledSetting();
@@ -192,6 +193,11 @@ QString AudioEngine::outputDeviceDescription() const
     return m_decks[0].output->device().description();
 }
 
+QString AudioEngine::relayOutputDeviceDescription() const
+{
+    return m_relayOutput ? m_relayOutput->device().description() : QString();
+}
+
 int AudioEngine::streamTimeLeftMs() const
 {
     return m_streamLimitTimer->isActive() ? m_streamLimitTimer->remainingTime() : -1;
@@ -199,19 +205,10 @@ int AudioEngine::streamTimeLeftMs() const
 
 void AudioEngine::reloadSettings()
 {
-    const QList<QAudioDevice> devices = QMediaDevices::audioOutputs();
-    const QString wanted = QSettings().value(QStringLiteral("audio/outputDevice")).toString();
-    QAudioDevice device = QMediaDevices::defaultAudioOutput();
-    for (const QAudioDevice& candidate : devices) {
-        if (!wanted.isEmpty() && candidate.description() == wanted) {
-            device = candidate;
-            break;
-        }
-    }
-    m_hasOutputDevice = !devices.isEmpty();
-    m_outputDevice = device;
+    m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
+    m_outputDevice = configuredOutputDevice();
     for (Deck& deck : m_decks)
-        deck.output->setDevice(device);
+        deck.output->setDevice(m_outputDevice);
 
     m_volume = readInt("audio/defaultVolume", 80) / 100.0;
     m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
@@ -220,8 +217,7 @@ void AudioEngine::reloadSettings()
     m_autoPlayNext = readBool("playback/autoPlayNext", true);
     m_minCrossfadeMs = readInt("playback/minCrossfadeMs", 45000);
     m_mix = MixSettings::fromSettings();
-    applyDeckVolume(0);
-    applyDeckVolume(1);
+    applyBothDecks();
 }
 
 QString AudioEngine::displayText(const Track& track)
@@ -262,15 +258,14 @@ void AudioEngine::playRow(int row)
     if (m_current.isCommand) {
         const QString command = m_current.command.toLower();
         if (command == QLatin1String("stop")) {
-            stopDeck(0);
-            stopDeck(1);
+            stopBothDecks();
             emit playingChanged(false);
-            emit logMessage(logStopCommand);
+            emit logMessage(PlayoutLog::stopCommand);
         } else if (command == QLatin1String("pause")) {
             m_decks[m_currentDeck].player->pause();
-            emit logMessage(logPauseCommand);
+            emit logMessage(PlayoutLog::pauseCommand);
         } else {
-            emit logMessage(logCommand + command);
+            emit logMessage(PlayoutLog::command + command);
         }
         return;
     }
@@ -278,13 +273,12 @@ void AudioEngine::playRow(int row)
     emit logMessage(displayText(m_current));
     m_lastEndedRow = -1;
     if (!m_hasOutputDevice) {
-        emit logMessage(logNoDevice);
+        emit logMessage(PlayoutLog::noDevice);
         return;
     }
 
     if (!m_crossfadeEnabled || !isPlaying()) {
-        stopDeck(0);
-        stopDeck(1);
+        stopBothDecks();
         startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
     } else {
         fadeTo(m_currentDeck, 0.0, m_fadeOutMs, true);
@@ -334,6 +328,12 @@ void AudioEngine::stopDeck(int index)
     m_decks[index].player->stop();
 }
 
+void AudioEngine::stopBothDecks()
+{
+    stopDeck(0);
+    stopDeck(1);
+}
+
 void AudioEngine::play()
 {
     if (isCommandRow(m_currentRow)) {
@@ -341,7 +341,7 @@ void AudioEngine::play()
         return;
     }
     if (!m_hasOutputDevice) {
-        emit logMessage(logNoDevice);
+        emit logMessage(PlayoutLog::noDevice);
         return;
     }
     QMediaPlayer* player = m_decks[m_currentDeck].player;
@@ -371,9 +371,8 @@ void AudioEngine::stop()
     stopVoiceover();
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    stopDeck(0);
-    stopDeck(1);
-    emit logMessage(logStop);
+    stopBothDecks();
+    emit logMessage(PlayoutLog::stop);
 }
 
 void AudioEngine::next()
@@ -387,7 +386,7 @@ void AudioEngine::next()
             const QString text = track.isCommand
                                      ? QStringLiteral(">> ") + track.command.toUpper() + QStringLiteral(" <<")
                                      : displayText(track);
-            emit logMessage(logQueue + text);
+            emit logMessage(PlayoutLog::queue + text);
             playRow(row);
             return;
         }
@@ -416,8 +415,7 @@ void AudioEngine::previous()
 void AudioEngine::setVolume(int percent)
 {
     m_volume = std::clamp(percent, 0, 100) / 100.0;
-    applyDeckVolume(0);
-    applyDeckVolume(1);
+    applyBothDecks();
     // The relay follows the master volume (not the ducking), so the fader works while live.
     if (m_relayOutput)
         m_relayOutput->setVolume(float(m_volume));
@@ -433,8 +431,7 @@ void AudioEngine::setDucked(bool ducked)
     if (ducked == m_ducked)
         return;
     m_ducked = ducked;
-    applyDeckVolume(0);
-    applyDeckVolume(1);
+    applyBothDecks();
 }
 
 void AudioEngine::setFadeOutMs(int ms)
@@ -453,6 +450,12 @@ void AudioEngine::applyDeckVolume(int index)
 {
     Deck& deck = m_decks[index & 1];
     deck.output->setVolume(float(effectiveVolume(deck.fade.gain, m_volume, m_ducked)));
+}
+
+void AudioEngine::applyBothDecks()
+{
+    applyDeckVolume(0);
+    applyDeckVolume(1);
 }
 
 void AudioEngine::fadeTo(int index, double target, int ms, bool stopAtEnd)
@@ -567,7 +570,7 @@ void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
     if (m_current.isCommand || m_lastEndedRow == m_currentRow)
         return;
     m_lastEndedRow = m_currentRow;
-    emit logMessage(logEndOfTrack + displayText(m_current));
+    emit logMessage(PlayoutLog::endOfTrack + displayText(m_current));
     if (m_autoPlayNext)
         next();
     else
@@ -577,7 +580,7 @@ void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 void AudioEngine::onPlayerError(QMediaPlayer::Error, const QString& errorString)
 {
     if (!errorString.isEmpty())
-        emit logMessage(logPlaybackError + errorString);
+        emit logMessage(PlayoutLog::playbackError + errorString);
 }
 
 void AudioEngine::onMetaData(int index)
@@ -595,7 +598,7 @@ void AudioEngine::onMetaData(int index)
         return;
     m_lastStreamTitle = text;
     emit streamMetadata(text);
-    emit logMessage(logStreamMetadata + text);
+    emit logMessage(PlayoutLog::streamMetadata + text);
 }
 
 void AudioEngine::setVoiceoverEnabled(bool enabled)
@@ -638,9 +641,9 @@ void AudioEngine::armVoiceover()
         connect(m_voiceoverPlayer, &QMediaPlayer::durationChanged, this, &AudioEngine::onVoiceoverDuration);
     }
     m_voiceoverOutput->setDevice(m_outputDevice);
-    m_voiceoverOutput->setVolume(float(std::clamp(m_voiceoverLevel, 0.0, 2.0)));
+    m_voiceoverOutput->setVolume(voiceoverGain(m_voiceoverLevel));
     m_voiceoverPlayer->setSource(QUrl::fromLocalFile(file));
-    emit logMessage(logVoiceoverArmed + QFileInfo(file).fileName());
+    emit logMessage(PlayoutLog::voiceoverArmed + QFileInfo(file).fileName());
 }
 
 void AudioEngine::onVoiceoverDuration(qint64 durationMs)
@@ -657,14 +660,14 @@ void AudioEngine::checkVoiceover(qint64 position)
         m_voiceoverInsertAt > position)
         return;
     m_voiceoverArmed = false;
-    m_voiceoverOutput->setVolume(float(std::clamp(m_voiceoverLevel, 0.0, 2.0)));
+    m_voiceoverOutput->setVolume(voiceoverGain(m_voiceoverLevel));
     // A source loaded seconds ahead is heard only about two seconds after play() with the sound
     // server here; loading it afresh starts it at once. Arming loaded it to learn its length.
     m_voiceoverPlayer->setSource(QUrl());
     m_voiceoverPlayer->setSource(QUrl::fromLocalFile(m_voiceoverFile));
     m_voiceoverPlayer->setPosition(0);
     m_voiceoverPlayer->play();
-    emit logMessage(logVoiceover + QFileInfo(m_voiceoverFile).fileName());
+    emit logMessage(PlayoutLog::voiceover + QFileInfo(m_voiceoverFile).fileName());
 }
 
 void AudioEngine::stopVoiceover()
@@ -687,12 +690,14 @@ void AudioEngine::startRelay(const QString& sourceText)
         m_decks[m_currentDeck].player->pause();
 
     releaseRelayPlayer();
-    m_relayFellBack = false;
     m_relayLive = false;
+    // Read now, not from the last reloadSettings: the relay goes to the device configured at its
+    // start, and every reconnection attempt keeps it.
+    m_relayDevice = configuredOutputDevice();
     createRelayPlayer(source);
     m_relayActive = true;
     m_relaySource = source;
-    emit logMessage(logRelayStarting + source);
+    emit logMessage(PlayoutLog::relayStarting + source);
     // Also a connection time-out: a server that never answers changes no status at all.
     m_reconnectTimer->start();
 }
@@ -701,20 +706,21 @@ void AudioEngine::createRelayPlayer(const QString& source)
 {
     m_relayPlayer = new QMediaPlayer(this);
     m_relayOutput = new QAudioOutput(this);
-    m_relayOutput->setDevice(m_outputDevice);
+    m_relayOutput->setDevice(m_relayDevice);
     m_relayOutput->setVolume(float(m_volume));
     m_relayPlayer->setAudioOutput(m_relayOutput);
     m_relayLevels = new LevelSource(m_relayPlayer, this);
     connect(m_relayLevels, &LevelSource::bufferReady, this, &AudioEngine::onRelayBuffer);
     connect(m_relayPlayer, &QMediaPlayer::mediaStatusChanged, this, &AudioEngine::onRelayStatus);
     connect(m_relayPlayer, &QMediaPlayer::errorOccurred, this,
-            [this](QMediaPlayer::Error, const QString& text) { emit logMessage(logRelayError + text); });
+            [this](QMediaPlayer::Error, const QString& text) { emit logMessage(PlayoutLog::relayError + text); });
     connect(m_relayPlayer, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
         if (position != m_relayLastPosition) {
             m_relayLastPosition = position;
             m_relaySincePositionMoved.restart();
         }
     });
+    m_relayAttemptLost = false;
     m_relayPlayer->setSource(QUrl::fromUserInput(source));
     m_relayPlayer->play();
 }
@@ -760,7 +766,7 @@ void AudioEngine::stopRelay()
     m_reconnectTimer->stop();
     releaseRelayPlayer();
     emit relayStateChanged(false, m_relaySource, false);
-    emit logMessage(logRelayStopped);
+    emit logMessage(PlayoutLog::relayStopped);
     if (QSettings().value(QStringLiteral("relay/startNextOnStop"), false).toBool())
         next();
     else if (m_resumeAfterRelay && !isPlaying())
@@ -776,8 +782,7 @@ void AudioEngine::onRelayStatus(QMediaPlayer::MediaStatus status)
     case QMediaPlayer::StalledMedia:
     case QMediaPlayer::EndOfMedia:
     case QMediaPlayer::InvalidMedia:
-        if (m_relayLive || !m_relayFellBack)
-            relayStreamLost();
+        relayStreamLost();
         break;
     case QMediaPlayer::LoadedMedia:
     case QMediaPlayer::BufferedMedia:
@@ -792,7 +797,6 @@ void AudioEngine::onRelayStatus(QMediaPlayer::MediaStatus status)
 void AudioEngine::relayGoesLive()
 {
     m_relayLive = true;
-    m_relayFellBack = false;
     m_reconnectTimer->stop();
     for (Deck& deck : m_decks) {
         if (deck.player->playbackState() == QMediaPlayer::PlayingState)
@@ -802,30 +806,31 @@ void AudioEngine::relayGoesLive()
     m_relaySincePositionMoved.restart();
     m_relayStallTimer->start();
     emit relayStateChanged(true, m_relaySource, true);
-    emit logMessage(logRelayLive);
+    emit logMessage(PlayoutLog::relayLive);
 }
 
 void AudioEngine::relayStreamLost()
 {
     m_relayLive = false;
-    m_relayFellBack = true;
+    m_relayAttemptLost = true;
     m_relayStallTimer->stop();
     if (m_resumeAfterRelay && isValidRow(m_currentRow) && !isPlaying())
         m_decks[m_currentDeck].player->play();
     if (!m_reconnectTimer->isActive())
         m_reconnectTimer->start();
     emit relayStateChanged(true, m_relaySource, false);
-    emit logMessage(logRelayLost);
+    emit logMessage(PlayoutLog::relayLost);
 }
 
 void AudioEngine::reconnectRelay()
 {
     if (!m_relayActive || m_relayLive || !m_relayPlayer)
         return;
-    // Not live five seconds after an attempt: the playlist gets the air back first.
-    if (!m_relayFellBack)
+    // An attempt that is not live five seconds later and has reported nothing (a server that
+    // never answers changes no status) has failed as well: the playlist gets the air back first.
+    if (!m_relayAttemptLost)
         relayStreamLost();
-    emit logMessage(logRelayReconnecting);
+    emit logMessage(PlayoutLog::relayReconnecting);
     // A fresh player per attempt: the same URL set again would be ignored by the old one.
     releaseRelayPlayer();
     createRelayPlayer(m_relaySource);

@@ -60,6 +60,8 @@ public:
     QMediaPlayer::PlaybackState deckState(int deck) const;
     int deckRow(int deck) const;
     QString outputDeviceDescription() const;
+    // The device the relay plays on; empty when no relay player exists.
+    QString relayOutputDeviceDescription() const;
     // Milliseconds until a stream entry's time limit ends it, -1 when none is running.
     int streamTimeLeftMs() const;
     bool voiceoverArmed() const { return m_voiceoverArmed; }
@@ -120,6 +122,8 @@ private:
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
     void stopDeck(int deck);
+    void stopBothDecks();
+    void applyBothDecks();
     void onFadeTick(int deck);
     void onDeckBuffer(int deck, const QAudioBuffer& buffer);
     void onDeckPosition(int deck, qint64 position);
@@ -186,9 +190,10 @@ private:
     bool m_relayLive = false;
     bool m_resumeAfterRelay = false;
     QString m_relaySource;
-    // Set once the playlist has been given the air back, so that the failures of the following
-    // reconnection attempts are not reported again.
-    bool m_relayFellBack = false;
+    QAudioDevice m_relayDevice; // chosen from "audio/outputDevice" when the relay starts
+    // The current connection attempt has been reported as a lost stream; one that is not live at
+    // the next reconnection and has reported nothing is reported then.
+    bool m_relayAttemptLost = false;
     // A live relay whose position stops moving is a stalled server: treated as a lost stream.
     QTimer* m_relayStallTimer = nullptr;
     qint64 m_relayLastPosition = -1;

@@ -1,11 +1,15 @@
 #include "audioengine.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 
+#include <QAudioOutput>
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace playouttest;
@@ -19,22 +23,10 @@ class TestAudioEngine : public QObject
 private:
     QTemporaryDir dir;
 
-    static Track fileTrack(const QString& artist, const QString& title, const QString& path = QString())
+    // A row whose file does not exist: these tests never play it.
+    static Track absentFile(const QString& artist, const QString& title)
     {
-        Track t;
-        t.artist = artist;
-        t.title = title;
-        t.filePath = path.isEmpty() ? QStringLiteral("/nonexistent/") + title + QStringLiteral(".wav") : path;
-        t.durationMs = 1000;
-        return t;
-    }
-
-    static Track commandTrack(const QString& word)
-    {
-        Track t;
-        t.isCommand = true;
-        t.command = word;
-        return t;
+        return fileTrack(artist, title, QStringLiteral("/nonexistent/") + title + QStringLiteral(".wav"));
     }
 
 private slots:
@@ -141,6 +133,43 @@ private slots:
         QVERIFY(std::fabs(engine.deckOutputVolume(0) - 0.8) < 1e-6);
     }
 
+    void fadeInOver1500MsTakes37EqualStepsFortyMillisecondsApart()
+    {
+        AudioEngine engine;
+        engine.fadeTo(0, 0.0, 0, false);
+        // Every step hands a new volume to the deck's output; nothing else changes a volume here.
+        QList<qint64> stepTimes;
+        QList<double> stepGains;
+        QElapsedTimer clock;
+        const QList<QAudioOutput*> outputs = engine.findChildren<QAudioOutput*>();
+        QVERIFY(!outputs.isEmpty());
+        for (QAudioOutput* output : outputs) {
+            connect(output, &QAudioOutput::volumeChanged, this, [&] {
+                stepTimes << clock.elapsed();
+                stepGains << engine.deckGain(0);
+            });
+        }
+        clock.start();
+        engine.fadeTo(0, 1.0, 1500, false);
+        QVERIFY(stepTimes.isEmpty()); // the first step comes with the first tick
+        QTRY_VERIFY_WITH_TIMEOUT(!engine.deckFading(0), 20000);
+        QCOMPARE(stepGains.size(), 37);
+        double previous = 0.0;
+        for (double gain : std::as_const(stepGains)) {
+            QVERIFY2(std::fabs(gain - previous - 1.0 / 37) < 1e-9, qPrintable(QString::number(gain)));
+            previous = gain;
+        }
+        QCOMPARE(stepGains.last(), 1.0);
+        // 37 ticks of a 40 ms timer: the last one 1480 ms after the start, never sooner.
+        QVERIFY2(stepTimes.last() >= 36 * 40, qPrintable(QString::number(stepTimes.last())));
+        QList<qint64> intervals;
+        for (int i = 1; i < stepTimes.size(); ++i)
+            intervals << stepTimes.at(i) - stepTimes.at(i - 1);
+        std::sort(intervals.begin(), intervals.end());
+        const qint64 median = intervals.at(intervals.size() / 2);
+        QVERIFY2(median >= 35 && median <= 70, qPrintable(QString::number(median)));
+    }
+
     void fadeOf50MsIsAppliedAtTheFirstTick()
     {
         AudioEngine engine;
@@ -178,10 +207,10 @@ private slots:
         engine.setPlaylist(&playlist);
         engine.playRow(2);
         QCOMPARE(engine.currentRow(), 2);
-        playlist.insertTrack(0, fileTrack(QStringLiteral("A"), QStringLiteral("One")));
-        playlist.insertTrack(1, fileTrack(QStringLiteral("B"), QStringLiteral("Two")));
+        playlist.insertTrack(0, absentFile(QStringLiteral("A"), QStringLiteral("One")));
+        playlist.insertTrack(1, absentFile(QStringLiteral("B"), QStringLiteral("Two")));
         QCOMPARE(engine.currentRow(), 4);
-        playlist.appendTrack(fileTrack(QStringLiteral("C"), QStringLiteral("Three")));
+        playlist.appendTrack(absentFile(QStringLiteral("C"), QStringLiteral("Three")));
         QCOMPARE(engine.currentRow(), 4);
     }
 

@@ -2,6 +2,7 @@
 #include "musiclibrary.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 #include "trackparams.h"
 
 #include <QSignalSpy>
@@ -23,15 +24,6 @@ private:
     QTemporaryDir dir;
     QStringList logs;
     QList<qint64> mixPositions; // position of the outgoing deck when each new row started
-
-    static Track fileTrack(const QString& artist, const QString& title, const QString& path)
-    {
-        Track t;
-        t.artist = artist;
-        t.title = title;
-        t.filePath = path;
-        return t;
-    }
 
     void watch(AudioEngine& engine)
     {
@@ -218,15 +210,39 @@ private slots:
         TrackParams::remove(a);
     }
 
+    void fortySecondTrackIsNeverMixedWithTheDefaultMinimumAndPlaysToItsEnd()
+    {
+        QSettings().remove(QStringLiteral("playback/minCrossfadeMs")); // default 45000
+        QSettings().remove(QStringLiteral("playback/mixPointMs"));     // default 2500
+        const QString a = makeTone(dir.path(), QStringLiteral("forty.wav"), 440, 40);
+        const QString b = makeTone(dir.path(), QStringLiteral("fb.wav"), 880, 1);
+        QVERIFY(!a.isEmpty() && !b.isEmpty());
+        PlaylistModel playlist;
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Forty"), a));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Next"), b));
+        AudioEngine engine;
+        QVERIFY(engine.crossfadeEnabled());
+        QCOMPARE(engine.minCrossfadeMs(), 45000);
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(engine.position() >= 300, 10000);
+        // The last seconds are what matters: the mix point (2.5 s before the end) passes unused.
+        engine.setPosition(35000);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - Next")), 30000);
+        const int ended = logs.indexOf(QStringLiteral("End of track: A - Forty"));
+        QVERIFY2(ended >= 0, qPrintable(logs.join(QLatin1String(" | "))));
+        QVERIFY(ended < logs.indexOf(QStringLiteral("B - Next")));
+        QVERIFY2(mixPositions.at(1) >= 39000, qPrintable(QString::number(mixPositions.at(1))));
+        engine.stop();
+    }
+
     void stopRowAfterTheTrackIsNotMixedButReachedAtTheEnd()
     {
         const QString a = makeTone(dir.path(), QStringLiteral("sa.wav"), 440, 3);
         PlaylistModel playlist;
         playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Before"), a));
-        Track stopRow;
-        stopRow.isCommand = true;
-        stopRow.command = QStringLiteral("STOP");
-        playlist.appendTrack(stopRow);
+        playlist.appendTrack(commandTrack(QStringLiteral("STOP")));
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("After"), a));
         AudioEngine engine;
         engine.setPlaylist(&playlist);

@@ -1,6 +1,7 @@
 #include "audioengine.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -32,11 +33,7 @@ private slots:
     void playRowWithoutOutputDeviceLogsAndPlaysNothing()
     {
         PlaylistModel playlist;
-        Track t;
-        t.artist = QStringLiteral("A");
-        t.title = QStringLiteral("One");
-        t.filePath = tone;
-        playlist.appendTrack(t);
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("One"), tone));
         AudioEngine engine;
         QVERIFY(!engine.hasOutputDevice());
         engine.setPlaylist(&playlist);

@@ -1,6 +1,7 @@
 #include "audioengine.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 
 #include <QFileInfo>
 #include <QSignalSpy>
@@ -21,24 +22,6 @@ private:
     QString toneB; // 660 Hz
     QString toneC; // 880 Hz
     QStringList logs;
-
-    static Track fileTrack(const QString& artist, const QString& title, const QString& path)
-    {
-        Track t;
-        t.artist = artist;
-        t.title = title;
-        t.filePath = path;
-        t.durationMs = 1500;
-        return t;
-    }
-
-    static Track commandTrack(const QString& word)
-    {
-        Track t;
-        t.isCommand = true;
-        t.command = word;
-        return t;
-    }
 
     void watch(AudioEngine& engine)
     {
@@ -324,13 +307,7 @@ private slots:
     void streamWithTimeLimitLogsAndMovesOn()
     {
         PlaylistModel playlist;
-        Track stream;
-        stream.artist = QStringLiteral("Online stream");
-        stream.title = QStringLiteral("http://127.0.0.1:9/live");
-        stream.filePath = stream.title;
-        stream.isStream = true;
-        stream.streamLimitMs = 1200;
-        playlist.appendTrack(stream);
+        playlist.appendTrack(streamTrack(QStringLiteral("http://127.0.0.1:9/live"), 1200));
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
         AudioEngine engine;
         engine.setPlaylist(&playlist);
@@ -347,12 +324,7 @@ private slots:
     void streamWithTenMinuteLimitArmsTheTimerForTenMinutes()
     {
         PlaylistModel playlist;
-        Track stream;
-        stream.title = QStringLiteral("http://127.0.0.1:9/live");
-        stream.filePath = stream.title;
-        stream.isStream = true;
-        stream.streamLimitMs = 600000;
-        playlist.appendTrack(stream);
+        playlist.appendTrack(streamTrack(QStringLiteral("http://127.0.0.1:9/live"), 600000));
         AudioEngine engine;
         engine.setPlaylist(&playlist);
         engine.playRow(0);

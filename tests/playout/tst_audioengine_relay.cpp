@@ -1,12 +1,17 @@
 #include "audioengine.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 #include "streamserver.h"
 
 #include <QElapsedTimer>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <algorithm>
 
 using namespace playouttest;
 
@@ -37,15 +42,8 @@ private:
 
     void playlistOf(PlaylistModel& playlist)
     {
-        Track a;
-        a.artist = QStringLiteral("A");
-        a.title = QStringLiteral("Long");
-        a.filePath = toneA;
-        Track b = a;
-        b.artist = QStringLiteral("B");
-        b.filePath = toneB;
-        playlist.appendTrack(a);
-        playlist.appendTrack(b);
+        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Long"), toneA));
+        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Long"), toneB));
     }
 
     static const QString& lostLine()
@@ -229,6 +227,83 @@ private slots:
         QTest::qWait(6000);
         QCOMPARE(logs.count(QStringLiteral("Relay: reconnecting...")), attempts);
         QVERIFY(!engine.isRelaying());
+    }
+
+    void everyFailedConnectionAttemptIsReportedAsALostStream()
+    {
+        PlaylistModel playlist;
+        playlistOf(playlist);
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        watch(engine);
+        QSignalSpy relayState(&engine, &AudioEngine::relayStateChanged);
+        StreamServer probe(liveMp3, 16000);
+        QVERIFY(probe.start());
+        const QString url = probe.url();
+        probe.kill(); // nothing listens there any more
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+        engine.startRelay(url);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.count(QStringLiteral("Relay: reconnecting...")) >= 2, 20000);
+        engine.stopRelay();
+        // The first attempt and the reconnection after it each failed, and each failure was
+        // reported before the next attempt, with the relay's state going back to not live.
+        int lostSinceAttempt = 0;
+        int attempts = 0;
+        for (const QString& line : std::as_const(logs)) {
+            if (line == lostLine()) {
+                ++lostSinceAttempt;
+            } else if (line == QLatin1String("Relay: reconnecting...")) {
+                QVERIFY2(lostSinceAttempt >= 1, qPrintable(logs.join(QLatin1String(" | "))));
+                lostSinceAttempt = 0;
+                ++attempts;
+            }
+        }
+        QVERIFY(attempts >= 2);
+        int notLive = 0;
+        for (const QList<QVariant>& state : std::as_const(relayState))
+            if (state.at(0).toBool() && !state.at(2).toBool())
+                ++notLive;
+        QCOMPARE(notLive, int(logs.count(lostLine())));
+        QVERIFY(engine.isPlaying()); // the playlist kept the air throughout
+        engine.stop();
+    }
+
+    void relayPlaysOnTheOutputDeviceConfiguredWhenItStarts()
+    {
+        // A second sink, so that the device configured for the relay differs from the decks'.
+        QProcess load;
+        load.start(QStringLiteral("pactl"),
+                   {QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
+                    QStringLiteral("sink_name=ondaro_relay_test"),
+                    QStringLiteral("sink_properties=device.description=RelayOut")});
+        QVERIFY(load.waitForFinished(10000));
+        const QString module = QString::fromLatin1(load.readAllStandardOutput()).trimmed();
+        QVERIFY2(load.exitCode() == 0 && !module.isEmpty(), load.readAllStandardError().constData());
+        const auto unload = qScopeGuard([module] {
+            QProcess::execute(QStringLiteral("pactl"), {QStringLiteral("unload-module"), module});
+        });
+        const auto hasRelayOut = [] {
+            const QList<QAudioDevice> devices = QMediaDevices::audioOutputs();
+            return std::any_of(devices.begin(), devices.end(), [](const QAudioDevice& d) {
+                return d.description() == QLatin1String("RelayOut");
+            });
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(hasRelayOut(), 10000);
+
+        AudioEngine engine;
+        QCOMPARE(engine.outputDeviceDescription(), QStringLiteral("NullOut"));
+        watch(engine);
+        setSetting(QStringLiteral("audio/outputDevice"), QStringLiteral("RelayOut"));
+        StreamServer server(liveMp3, 16000);
+        QVERIFY(server.start());
+        engine.startRelay(server.url());
+        QCOMPARE(engine.relayOutputDeviceDescription(), QStringLiteral("RelayOut"));
+        // The decks keep the device of the last reloadSettings.
+        QCOMPARE(engine.outputDeviceDescription(), QStringLiteral("NullOut"));
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        engine.stopRelay();
+        QCOMPARE(engine.relayOutputDeviceDescription(), QString());
     }
 
     void stoppingWithStartNextOnStopPlaysTheNextRow()

@@ -2,6 +2,7 @@
 #include "musiclibrary.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 #include "trackparams.h"
 #include "voiceoverrules.h"
 
@@ -29,14 +30,7 @@ private:
         connect(&engine, &AudioEngine::logMessage, this, [this](const QString& text) { logs << text; });
     }
 
-    Track musicTrack() const
-    {
-        Track t;
-        t.artist = QStringLiteral("M");
-        t.title = QStringLiteral("Music");
-        t.filePath = music;
-        return t;
-    }
+    Track musicTrack() const { return fileTrack(QStringLiteral("M"), QStringLiteral("Music"), music); }
 
     TrackParams voiceoverParams(qint64 ins, const QString& source) const
     {

@@ -1,5 +1,6 @@
 #include "mixrules.h"
 #include "mixsettings.h"
+#include "playouttestsupport.h"
 
 #include <QAudioBuffer>
 #include <QAudioFormat>
@@ -43,12 +44,8 @@ private:
 private slots:
     void initTestCase()
     {
-        QStandardPaths::setTestModeEnabled(true);
         QVERIFY(settingsDir.isValid());
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settingsDir.path());
-        QSettings::setDefaultFormat(QSettings::IniFormat);
-        QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
-        QCoreApplication::setApplicationName(QStringLiteral("tst_mixrules"));
+        playouttest::useTemporarySettings(settingsDir.path(), QStringLiteral("tst_mixrules"));
     }
 
     void init() { QSettings().clear(); }

@@ -1,6 +1,7 @@
 #include "audioengine.h"
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 #include "streamserver.h"
 
 #include <QSignalSpy>
@@ -32,16 +33,6 @@ private:
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    static Track streamRow(const QString& url)
-    {
-        Track t;
-        t.artist = QStringLiteral("Online stream");
-        t.title = url;
-        t.filePath = url;
-        t.isStream = true;
-        return t;
-    }
-
 private slots:
     void initTestCase()
     {
@@ -66,7 +57,7 @@ private slots:
         StreamServer server(mp3, 16000);
         QVERIFY(server.start());
         PlaylistModel playlist;
-        playlist.appendTrack(streamRow(server.url()));
+        playlist.appendTrack(streamTrack(server.url()));
         AudioEngine engine;
         engine.setPlaylist(&playlist);
         QSignalSpy titles(&engine, &AudioEngine::streamMetadata);
@@ -90,7 +81,7 @@ private slots:
         StreamServer server(mp3, 16000);
         QVERIFY(server.start());
         PlaylistModel playlist;
-        playlist.appendTrack(streamRow(server.url()));
+        playlist.appendTrack(streamTrack(server.url()));
         AudioEngine engine;
         engine.setPlaylist(&playlist);
         QSignalSpy titles(&engine, &AudioEngine::streamMetadata);

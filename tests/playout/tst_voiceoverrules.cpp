@@ -1,3 +1,4 @@
+#include "playouttestsupport.h"
 #include "trackparams.h"
 #include "voiceoverrules.h"
 
@@ -39,11 +40,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        QStandardPaths::setTestModeEnabled(true);
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
-        QSettings::setDefaultFormat(QSettings::IniFormat);
-        QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
-        QCoreApplication::setApplicationName(QStringLiteral("tst_voiceoverrules"));
+        playouttest::useTemporarySettings(dir.path(), QStringLiteral("tst_voiceoverrules"));
     }
 
     void init() { QSettings().clear(); }
