@@ -20,6 +20,15 @@
 #include <cmath>
 #include <vector>
 
+// Runs a helper that holds checks (QVERIFY, QCOMPARE, QTRY_*) and leaves the test when one of
+// them failed, as the check would have done in the test itself.
+#define PLAYOUT_CHECKED(call)                                                                                \
+    do {                                                                                                     \
+        call;                                                                                                \
+        if (QTest::currentTestFailed())                                                                      \
+            return;                                                                                          \
+    } while (false)
+
 namespace playouttest {
 
 constexpr int recordRate = 44100;
@@ -28,6 +37,13 @@ inline const char* noDeviceMessage()
 {
     return "No audio output device. Run the playout tests through scripts/test.sh, which starts a "
            "private PulseAudio null sink.";
+}
+
+// Removes the track-parameter store of the current settings, so that the library starts empty.
+inline void removeLibraryStore()
+{
+    QFile::remove(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+                  QStringLiteral("/library.db"));
 }
 
 // Settings go to a private folder; every key is cleared so each test starts from the defaults.

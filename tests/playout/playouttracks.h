@@ -1,10 +1,15 @@
 #pragma once
 
-// Playlist rows for the engine tests.
+// Playlist rows for the engine tests, and the engine's log as a list of lines.
 
+#include "audioengine.h"
+#include "playlistmodel.h"
 #include "track.h"
 
 #include <QString>
+#include <QStringList>
+
+#include <initializer_list>
 
 namespace playouttest {
 
@@ -35,6 +40,27 @@ inline Track streamTrack(const QString& url, qint64 limitMs = 0)
     t.isStream = true;
     t.streamLimitMs = limitMs;
     return t;
+}
+
+// Appends the rows in their order.
+inline void appendRows(PlaylistModel& playlist, std::initializer_list<Track> rows)
+{
+    for (const Track& row : rows)
+        playlist.appendTrack(row);
+}
+
+// Collects every line the engine logs in `logs`, which is cleared first, while `context` lives.
+inline void collectLog(AudioEngine& engine, QObject* context, QStringList& logs)
+{
+    logs.clear();
+    QObject::connect(&engine, &AudioEngine::logMessage, context,
+                     [&logs](const QString& text) { logs << text; });
+}
+
+// What the engine logs when it reaches a STOP row.
+inline QString stopCommandLine()
+{
+    return QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
 }
 
 } // namespace playouttest

@@ -29,6 +29,34 @@ private:
         return fileTrack(artist, title, QStringLiteral("/nonexistent/") + title + QStringLiteral(".wav"));
     }
 
+    // One command row for each word.
+    static void appendCommands(PlaylistModel& playlist, const QStringList& words)
+    {
+        for (const QString& word : words)
+            playlist.appendTrack(commandTrack(word));
+    }
+
+    // A playlist of command rows that an engine plays from.
+    struct CommandRows {
+        PlaylistModel playlist;
+        AudioEngine engine;
+
+        explicit CommandRows(const QStringList& words)
+        {
+            appendCommands(playlist, words);
+            engine.setPlaylist(&playlist);
+        }
+    };
+
+    // prefix0, prefix1, ... prefix(count-1).
+    static QStringList numbered(const QString& prefix, int count)
+    {
+        QStringList words;
+        for (int i = 0; i < count; ++i)
+            words << prefix + QString::number(i);
+        return words;
+    }
+
 private slots:
     void initTestCase() { QVERIFY(dir.isValid()); }
 
@@ -200,11 +228,8 @@ private slots:
 
     void insertingTwoRowsAboveTheCurrentRowMovesItDownByTwo()
     {
-        PlaylistModel playlist;
-        for (int i = 0; i < 4; ++i)
-            playlist.appendTrack(commandTrack(QStringLiteral("marker%1").arg(i)));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup(numbered(QStringLiteral("marker"), 4));
+        auto& [playlist, engine] = setup;
         engine.playRow(2);
         QCOMPARE(engine.currentRow(), 2);
         playlist.insertTrack(0, absentFile(QStringLiteral("A"), QStringLiteral("One")));
@@ -216,11 +241,8 @@ private slots:
 
     void removingRowsAboveTheCurrentRowMovesItUp()
     {
-        PlaylistModel playlist;
-        for (int i = 0; i < 5; ++i)
-            playlist.appendTrack(commandTrack(QStringLiteral("marker%1").arg(i)));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup(numbered(QStringLiteral("marker"), 5));
+        auto& [playlist, engine] = setup;
         engine.playRow(3);
         playlist.removeTrack(1);
         QCOMPARE(engine.currentRow(), 2);
@@ -230,11 +252,8 @@ private slots:
 
     void removingTheCurrentRowMakesTheRowAboveCurrent()
     {
-        PlaylistModel playlist;
-        for (int i = 0; i < 4; ++i)
-            playlist.appendTrack(commandTrack(QStringLiteral("marker%1").arg(i)));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup(numbered(QStringLiteral("marker"), 4));
+        auto& [playlist, engine] = setup;
         engine.playRow(2);
         playlist.removeTrack(2);
         QCOMPARE(engine.currentRow(), 1);
@@ -242,11 +261,8 @@ private slots:
 
     void removingTheFirstRowWhileCurrentNeverGoesBelowZero()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("a")));
-        playlist.appendTrack(commandTrack(QStringLiteral("b")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("a"), QStringLiteral("b")});
+        auto& [playlist, engine] = setup;
         engine.playRow(0);
         playlist.removeTrack(0);
         QCOMPARE(engine.currentRow(), 0);
@@ -272,10 +288,8 @@ private slots:
 
     void unknownCommandLogsItsLowerCasedTextAndPlaysNothing()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("Jingle")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("Jingle")});
+        auto& [playlist, engine] = setup;
         QSignalSpy log(&engine, &AudioEngine::logMessage);
         QSignalSpy rows(&engine, &AudioEngine::currentRowChanged);
         QSignalSpy now(&engine, &AudioEngine::nowPlaying);
@@ -293,10 +307,8 @@ private slots:
 
     void stopCommandRowLogsAndReportsNotPlaying()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("STOP")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("STOP")});
+        auto& [playlist, engine] = setup;
         QSignalSpy log(&engine, &AudioEngine::logMessage);
         QSignalSpy playing(&engine, &AudioEngine::playingChanged);
         engine.playRow(0);
@@ -309,10 +321,8 @@ private slots:
 
     void pauseCommandRowLogsPauseCommand()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("Pause")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("Pause")});
+        auto& [playlist, engine] = setup;
         QSignalSpy log(&engine, &AudioEngine::logMessage);
         engine.playRow(0);
         QCOMPARE(log.count(), 1);
@@ -336,11 +346,8 @@ private slots:
 
     void previousPlaysTheRowAbove()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("first")));
-        playlist.appendTrack(commandTrack(QStringLiteral("second")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("first"), QStringLiteral("second")});
+        auto& [playlist, engine] = setup;
         engine.playRow(1);
         QSignalSpy log(&engine, &AudioEngine::logMessage);
         engine.previous();
@@ -353,12 +360,8 @@ private slots:
 
     void queuedCommandRowIsLoggedInCapitalsBetweenMarks()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(commandTrack(QStringLiteral("first")));
-        playlist.appendTrack(commandTrack(QStringLiteral("second")));
-        playlist.appendTrack(commandTrack(QStringLiteral("jingle")));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup({QStringLiteral("first"), QStringLiteral("second"), QStringLiteral("jingle")});
+        auto& [playlist, engine] = setup;
         engine.playRow(0);
         playlist.enqueue(2);
         QSignalSpy log(&engine, &AudioEngine::logMessage);
@@ -372,11 +375,8 @@ private slots:
 
     void shuffleNeverPicksTheCurrentRowAgainWhenThereIsAChoice()
     {
-        PlaylistModel playlist;
-        for (int i = 0; i < 3; ++i)
-            playlist.appendTrack(commandTrack(QStringLiteral("c%1").arg(i)));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        CommandRows setup(numbered(QStringLiteral("c"), 3));
+        auto& [playlist, engine] = setup;
         engine.setShuffle(true);
         QVERIFY(engine.isShuffle());
         engine.playRow(0);

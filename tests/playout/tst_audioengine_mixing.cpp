@@ -27,12 +27,36 @@ private:
 
     void watch(AudioEngine& engine)
     {
-        logs.clear();
+        collectLog(engine, this, logs);
         mixPositions.clear();
-        connect(&engine, &AudioEngine::logMessage, this, [this](const QString& text) { logs << text; });
         // currentRowChanged comes before the deck switch: position() is still the outgoing track's.
         connect(&engine, &AudioEngine::currentRowChanged, this,
                 [this, &engine](int) { mixPositions << engine.position(); });
+    }
+
+    // The engine plays from the playlist and its log is watched.
+    void attach(AudioEngine& engine, PlaylistModel& playlist)
+    {
+        engine.setPlaylist(&playlist);
+        watch(engine);
+    }
+
+    // Artist A's track, then artist B's.
+    static void aThenB(PlaylistModel& playlist, const QString& a, const QString& aTitle, const QString& b,
+                       const QString& bTitle)
+    {
+        appendRows(playlist,
+                   {fileTrack(QStringLiteral("A"), aTitle, a), fileTrack(QStringLiteral("B"), bTitle, b)});
+    }
+
+    // Ten seconds of 440 Hz whose stored mix point is 8 s, and one second of 880 Hz.
+    void tenSecondsMixedAtEight(QString& a, QString& b)
+    {
+        a = makeTone(dir.path(), QStringLiteral("ma.wav"), 440, 10);
+        b = makeTone(dir.path(), QStringLiteral("mb.wav"), 880, 1);
+        TrackParams params;
+        params.mix = 8000;
+        TrackParams::save(a, params);
     }
 
     static void shortMixSettings()
@@ -51,9 +75,7 @@ private slots:
         QVERIFY(dir.isValid());
         useTemporarySettings(dir.path(), QStringLiteral("tst_audioengine_mixing"));
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        // A fresh store for the track parameters.
-        QFile::remove(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
-                      QStringLiteral("/library.db"));
+        removeLibraryStore(); // a fresh store for the track parameters
         QVERIFY(MusicLibrary::initialize());
     }
 
@@ -69,14 +91,12 @@ private slots:
         const QString b = makeTone(dir.path(), QStringLiteral("xb.wav"), 880, 4);
         QVERIFY(!a.isEmpty() && !b.isEmpty());
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        aThenB(playlist, a, QStringLiteral("Low"), b, QStringLiteral("High"));
         // The first track starts without a fade-in so that its full level is clear in the
         // recording; the second one fades in over 1500 ms.
         setSetting(QStringLiteral("playback/fadeInMs"), 0);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         SinkRecorder recorder(dir.path());
         QVERIFY(recorder.start());
         engine.playRow(0);
@@ -116,11 +136,9 @@ private slots:
         const QString a = makeTone(dir.path(), QStringLiteral("ca.wav"), 440, 2.5);
         const QString b = makeTone(dir.path(), QStringLiteral("cb.wav"), 880, 2);
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        aThenB(playlist, a, QStringLiteral("Low"), b, QStringLiteral("High"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         SinkRecorder recorder(dir.path());
         QVERIFY(recorder.start());
         engine.playRow(0);
@@ -153,11 +171,9 @@ private slots:
         const QString b = makeTone(dir.path(), QStringLiteral("lb.wav"), 880, 1.5);
         QVERIFY(!a.isEmpty() && !b.isEmpty());
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Fading"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Next"), b));
+        aThenB(playlist, a, QStringLiteral("Fading"), b, QStringLiteral("Next"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - Next")), 20000);
         QCOMPARE(mixPositions.size(), 2);
@@ -169,18 +185,14 @@ private slots:
 
     void trackMixOfEightSecondsStartsTheNextRowEightSecondsBeforeTheEnd()
     {
-        const QString a = makeTone(dir.path(), QStringLiteral("ma.wav"), 440, 10);
-        const QString b = makeTone(dir.path(), QStringLiteral("mb.wav"), 880, 1);
-        TrackParams params;
-        params.mix = 8000;
-        TrackParams::save(a, params);
+        QString a;
+        QString b;
+        tenSecondsMixedAtEight(a, b);
         QCOMPARE(TrackParams::load(a).mix, 8000);
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Ten"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("One"), b));
+        aThenB(playlist, a, QStringLiteral("Ten"), b, QStringLiteral("One"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - One")), 20000);
         QVERIFY2(mixPositions.at(1) >= 1900 && mixPositions.at(1) <= 2600,
@@ -190,18 +202,14 @@ private slots:
 
     void rowOverrideOfThreeSecondsWinsOverTheTrackMix()
     {
-        const QString a = makeTone(dir.path(), QStringLiteral("ma.wav"), 440, 10);
-        const QString b = makeTone(dir.path(), QStringLiteral("mb.wav"), 880, 1);
-        TrackParams params;
-        params.mix = 8000;
-        TrackParams::save(a, params);
+        QString a;
+        QString b;
+        tenSecondsMixedAtEight(a, b);
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Ten"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("One"), b));
+        aThenB(playlist, a, QStringLiteral("Ten"), b, QStringLiteral("One"));
         playlist.setRowMixOverrides(0, {PlaylistModel::MixOverride(3000, -1)});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - One")), 20000);
         QVERIFY2(mixPositions.at(1) >= 6900 && mixPositions.at(1) <= 7600,
@@ -218,13 +226,11 @@ private slots:
         const QString b = makeTone(dir.path(), QStringLiteral("fb.wav"), 880, 1);
         QVERIFY(!a.isEmpty() && !b.isEmpty());
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Forty"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Next"), b));
+        aThenB(playlist, a, QStringLiteral("Forty"), b, QStringLiteral("Next"));
         AudioEngine engine;
         QVERIFY(engine.crossfadeEnabled());
         QCOMPARE(engine.minCrossfadeMs(), 45000);
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(engine.position() >= 300, 10000);
         // The last seconds are what matters: the mix point (2.5 s before the end) passes unused.
@@ -241,15 +247,13 @@ private slots:
     {
         const QString a = makeTone(dir.path(), QStringLiteral("sa.wav"), 440, 3);
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Before"), a));
-        playlist.appendTrack(commandTrack(QStringLiteral("STOP")));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("After"), a));
+        appendRows(playlist, {fileTrack(QStringLiteral("A"), QStringLiteral("Before"), a),
+                              commandTrack(QStringLiteral("STOP")),
+                              fileTrack(QStringLiteral("B"), QStringLiteral("After"), a)});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
-        const QString stopLine =
-            QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
+        const QString stopLine = stopCommandLine();
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(stopLine), 20000);
         QVERIFY(logs.indexOf(QStringLiteral("End of track: A - Before")) >= 0);
         QVERIFY(logs.indexOf(QStringLiteral("End of track: A - Before")) < logs.indexOf(stopLine));
@@ -262,11 +266,9 @@ private slots:
         const QString a = makeTone(dir.path(), QStringLiteral("pa.wav"), 440, 6);
         const QString b = makeTone(dir.path(), QStringLiteral("pb.wav"), 880, 6);
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Low"), a));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("High"), b));
+        aThenB(playlist, a, QStringLiteral("Low"), b, QStringLiteral("High"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         const int first = engine.currentDeck();
         QTRY_VERIFY_WITH_TIMEOUT(engine.position() > 500, 10000);

@@ -23,10 +23,21 @@ private:
     QString toneC; // 880 Hz
     QStringList logs;
 
-    void watch(AudioEngine& engine)
+    void watch(AudioEngine& engine) { collectLog(engine, this, logs); }
+
+    // The engine plays from the playlist and its log is watched.
+    void attach(AudioEngine& engine, PlaylistModel& playlist)
     {
-        logs.clear();
-        connect(&engine, &AudioEngine::logMessage, this, [this](const QString& text) { logs << text; });
+        engine.setPlaylist(&playlist);
+        watch(engine);
+    }
+
+    // A - One, a command row, B - Two.
+    void oneCommandTwo(PlaylistModel& playlist, const QString& command)
+    {
+        appendRows(playlist,
+                   {fileTrack(QStringLiteral("A"), QStringLiteral("One"), toneA), commandTrack(command),
+                    fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB)});
     }
 
     void threeRows(PlaylistModel& playlist)
@@ -66,8 +77,7 @@ private slots:
         PlaylistModel playlist;
         threeRows(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         QSignalSpy rows(&engine, &AudioEngine::currentRowChanged);
         QSignalSpy now(&engine, &AudioEngine::nowPlaying);
         QSignalSpy playing(&engine, &AudioEngine::playingChanged);
@@ -97,15 +107,11 @@ private slots:
     void stopRowReachedAtTheEndHaltsAndPlaySkipsIt()
     {
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("One"), toneA));
-        playlist.appendTrack(commandTrack(QStringLiteral("STOP")));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
+        oneCommandTwo(playlist, QStringLiteral("STOP"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
-        const QString stopLine =
-            QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
+        const QString stopLine = stopCommandLine();
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(stopLine), 20000);
         QCOMPARE(engine.currentRow(), 1);
         QVERIFY(!engine.isPlaying());
@@ -123,12 +129,9 @@ private slots:
     void pauseRowPausesUntilPlayIsPressed()
     {
         PlaylistModel playlist;
-        playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("One"), toneA));
-        playlist.appendTrack(commandTrack(QStringLiteral("pause")));
-        playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
+        oneCommandTwo(playlist, QStringLiteral("pause"));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("PAUSE command")), 20000);
         QCOMPARE(engine.currentRow(), 1);
@@ -146,8 +149,7 @@ private slots:
         PlaylistModel playlist;
         threeRows(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(2);
         QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
         engine.next();
@@ -194,8 +196,7 @@ private slots:
         PlaylistModel playlist;
         threeRows(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         playlist.enqueue(2);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Stop")), 30000);
@@ -216,8 +217,7 @@ private slots:
         playlist.appendTrack(fileTrack(QStringLiteral("X"), QStringLiteral("Gone"), missing));
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         QSignalSpy rows(&engine, &AudioEngine::currentRowChanged);
         engine.playRow(0);
         QTest::qWait(3000);
@@ -237,8 +237,7 @@ private slots:
         playlist.appendTrack(fileTrack(QStringLiteral("V"), QStringLiteral("Vanishing"), copy));
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
         QVERIFY(QFile::remove(copy));
@@ -257,8 +256,7 @@ private slots:
         PlaylistModel playlist;
         playlist.appendTrack(fileTrack(QStringLiteral("Bad"), QStringLiteral("Noise"), corrupt));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(!logs.filter(QStringLiteral("Playback error: ")).isEmpty(), 15000);
         QCOMPARE(engine.currentRow(), 0);
@@ -270,8 +268,7 @@ private slots:
         PlaylistModel playlist;
         threeRows(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Stop")), 20000);
         QCOMPARE(logs, (QStringList{QStringLiteral("A - One"), QStringLiteral("End of track: A - One"),
@@ -310,8 +307,7 @@ private slots:
         playlist.appendTrack(streamTrack(QStringLiteral("http://127.0.0.1:9/live"), 1200));
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Two"), toneB));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("B - Two")), 15000);
         const int limit = logs.indexOf(QStringLiteral("Stream time limit reached"));

@@ -46,6 +46,58 @@ private:
         playlist.appendTrack(fileTrack(QStringLiteral("B"), QStringLiteral("Long"), toneB));
     }
 
+    // The two long tones in a playlist the engine plays from, with the engine's log watched.
+    void attach(AudioEngine& engine, PlaylistModel& playlist)
+    {
+        playlistOf(playlist);
+        engine.setPlaylist(&playlist);
+        watch(engine);
+    }
+
+    static void playFirstRow(AudioEngine& engine)
+    {
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+    }
+
+    void goLive(AudioEngine& engine, const QString& url)
+    {
+        engine.startRelay(url);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+    }
+
+    // The first row on air, then the relay of the url live over it.
+    void playThenGoLive(AudioEngine& engine, const QString& url)
+    {
+        PLAYOUT_CHECKED(playFirstRow(engine));
+        goLive(engine, url);
+    }
+
+    // The server started, the engine attached, the first row on air and the relay live over it.
+    void liveOverPlaylist(StreamServer& server, AudioEngine& engine, PlaylistModel& playlist)
+    {
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
+        playThenGoLive(engine, server.url());
+    }
+
+    // The server started and the engine attached.
+    void serve(StreamServer& server, AudioEngine& engine, PlaylistModel& playlist)
+    {
+        QVERIFY(server.start());
+        attach(engine, playlist);
+    }
+
+    // A port where nothing listens; empty when the probe server could not start.
+    QString deadUrl()
+    {
+        StreamServer probe(liveMp3, 16000);
+        if (!probe.start())
+            return QString();
+        const QString url = probe.url();
+        probe.kill();
+        return url;
+    }
+
     static const QString& lostLine()
     {
         static const QString line = QStringLiteral("Relay: stream lost - back to playlist");
@@ -81,17 +133,13 @@ private slots:
     void startingARelayGoesLiveAndPausesThePlaylist()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
         QSignalSpy relayState(&engine, &AudioEngine::relayStateChanged);
         QSignalSpy levels(&engine, &AudioEngine::levels);
         QSignalSpy buffers(&engine, &AudioEngine::audioBufferReady);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+        PLAYOUT_CHECKED(playFirstRow(engine));
         engine.startRelay(QStringLiteral("  ") + server.url() + QStringLiteral(" "));
         QVERIFY(logs.contains(QStringLiteral("Relay: starting ") + server.url()));
         QVERIFY(engine.isRelaying());
@@ -126,17 +174,11 @@ private slots:
     void losingTheStreamResumesAPlaylistThatWasPlaying()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
         QSignalSpy relayState(&engine, &AudioEngine::relayStateChanged);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(playThenGoLive(engine, server.url()));
         server.kill();
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(lostLine()), 15000);
         QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 5000);
@@ -152,18 +194,13 @@ private slots:
     void losingTheStreamDoesNotStartAPlaylistThatWasNotPlaying()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
+        PLAYOUT_CHECKED(playFirstRow(engine));
         engine.pause();
         QTRY_VERIFY_WITH_TIMEOUT(!engine.isPlaying(), 5000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(goLive(engine, server.url()));
         server.kill();
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(lostLine()), 15000);
         QTest::qWait(1000);
@@ -176,16 +213,9 @@ private slots:
     void reconnectsEveryFiveSecondsUntilTheServerIsBack()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(liveOverPlaylist(server, engine, playlist));
         server.kill();
         QTRY_VERIFY_WITH_TIMEOUT(logs.count(QStringLiteral("Relay: reconnecting...")) >= 2, 20000);
         QList<qint64> times;
@@ -206,16 +236,11 @@ private slots:
     void stoppingTheRelayStopsTheReconnecting()
     {
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         QSignalSpy relayState(&engine, &AudioEngine::relayStateChanged);
-        // A port where nothing listens.
-        StreamServer probe(liveMp3, 16000);
-        QVERIFY(probe.start());
-        const QString url = probe.url();
-        probe.kill();
+        const QString url = deadUrl();
+        QVERIFY(!url.isEmpty());
         engine.startRelay(url);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: reconnecting...")), 15000);
         QVERIFY(!logs.filter(QStringLiteral("Relay error: ")).isEmpty());
@@ -232,17 +257,12 @@ private slots:
     void everyFailedConnectionAttemptIsReportedAsALostStream()
     {
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         QSignalSpy relayState(&engine, &AudioEngine::relayStateChanged);
-        StreamServer probe(liveMp3, 16000);
-        QVERIFY(probe.start());
-        const QString url = probe.url();
-        probe.kill(); // nothing listens there any more
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+        const QString url = deadUrl(); // nothing listens there any more
+        QVERIFY(!url.isEmpty());
+        PLAYOUT_CHECKED(playFirstRow(engine));
         engine.startRelay(url);
         QTRY_VERIFY_WITH_TIMEOUT(logs.count(QStringLiteral("Relay: reconnecting...")) >= 2, 20000);
         engine.stopRelay();
@@ -310,16 +330,9 @@ private slots:
     {
         setSetting(QStringLiteral("relay/startNextOnStop"), true);
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(liveOverPlaylist(server, engine, playlist));
         engine.stopRelay();
         QCOMPARE(engine.currentRow(), 1);
         QVERIFY(logs.contains(QStringLiteral("B - Long")));
@@ -330,16 +343,12 @@ private slots:
     void stoppingWithoutStartNextOnStopResumesTheTrack()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(engine.position() > 300, 10000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(goLive(engine, server.url()));
         const qint64 pausedAt = engine.position();
         engine.stopRelay();
         QCOMPARE(engine.currentRow(), 0);
@@ -353,14 +362,10 @@ private slots:
     {
         StreamServer server(liveMp3, 16000);
         server.setSilent(true);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
+        PLAYOUT_CHECKED(serve(server, engine, playlist));
+        PLAYOUT_CHECKED(playFirstRow(engine));
         // A 50 ms heartbeat on this thread: its longest gap shows whether anything blocked.
         QTimer heartbeat;
         heartbeat.setInterval(50);
@@ -386,16 +391,9 @@ private slots:
     void stalledServerIsTreatedAsALostStream()
     {
         StreamServer server(liveMp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlistOf(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(engine.isPlaying(), 10000);
-        engine.startRelay(server.url());
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(QStringLiteral("Relay: live")), 15000);
+        PLAYOUT_CHECKED(liveOverPlaylist(server, engine, playlist));
         QTest::qWait(1500);
         server.setStalled(true);
         QTRY_VERIFY_WITH_TIMEOUT(logs.contains(lostLine()), 20000);

@@ -24,10 +24,20 @@ private:
     QString voiceover; // 1320 Hz, 1 s
     QStringList logs;
 
-    void watch(AudioEngine& engine)
+    void watch(AudioEngine& engine) { collectLog(engine, this, logs); }
+
+    // The engine plays from the playlist and its log is watched.
+    void attach(AudioEngine& engine, PlaylistModel& playlist)
     {
-        logs.clear();
-        connect(&engine, &AudioEngine::logMessage, this, [this](const QString& text) { logs << text; });
+        engine.setPlaylist(&playlist);
+        watch(engine);
+    }
+
+    // The music as the playlist's one row, played by the engine with its log watched.
+    void attachMusic(AudioEngine& engine, PlaylistModel& playlist)
+    {
+        playlist.appendTrack(musicTrack());
+        attach(engine, playlist);
     }
 
     Track musicTrack() const { return fileTrack(QStringLiteral("M"), QStringLiteral("Music"), music); }
@@ -46,8 +56,7 @@ private slots:
         QVERIFY(dir.isValid());
         useTemporarySettings(dir.path(), QStringLiteral("tst_audioengine_voiceover"));
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        QFile::remove(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
-                      QStringLiteral("/library.db"));
+        removeLibraryStore();
         QVERIFY(MusicLibrary::initialize());
         music = makeTone(dir.path(), QStringLiteral("music.wav"), 440, 5);
         voiceover = makeTone(dir.path(), QStringLiteral("voice.wav"), 1320, 1);
@@ -65,10 +74,8 @@ private slots:
     {
         TrackParams::save(music, voiceoverParams(2000, voiceover));
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         SinkRecorder recorder(dir.path());
         QVERIFY(recorder.start());
         engine.playRow(0);
@@ -110,10 +117,8 @@ private slots:
         p.voiceoverProbability = 0;
         TrackParams::save(music, p);
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         for (int i = 0; i < 5; ++i) {
             engine.playRow(0);
             QVERIFY(!engine.voiceoverArmed());
@@ -128,10 +133,8 @@ private slots:
         p.voiceoverNotAfter = QDate::currentDate().addDays(-1);
         TrackParams::save(music, p);
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         engine.playRow(0);
         QVERIFY(!engine.voiceoverArmed());
         QVERIFY(logs.filter(QStringLiteral("Voiceover")).isEmpty());
@@ -144,10 +147,8 @@ private slots:
         p.voiceoverPosition = 1;
         TrackParams::save(music, p);
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         engine.playRow(0);
         QVERIFY(engine.voiceoverArmed());
         // Known only once the voiceover's one-second length has been read: 3000 - 1000.
@@ -174,10 +175,8 @@ private slots:
         text.close();
         TrackParams::save(music, voiceoverParams(1000, folder));
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         for (int i = 0; i < 8; ++i)
             engine.playRow(0);
         const QStringList armed = logs.filter(QStringLiteral("Voiceover armed: "));
@@ -194,10 +193,8 @@ private slots:
     {
         TrackParams::save(music, voiceoverParams(500, voiceover));
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         QVERIFY(engine.voiceoversEnabled());
         engine.setVoiceoverEnabled(false);
         engine.playRow(0);
@@ -216,8 +213,7 @@ private slots:
         playlist.appendTrack(musicTrack());
         AudioEngine engine;
         QVERIFY(!engine.voiceoversEnabled());
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attach(engine, playlist);
         engine.setVoiceoverEnabled(true); // the stored switch still says no
         engine.playRow(0);
         QVERIFY(!engine.voiceoverArmed());
@@ -229,10 +225,8 @@ private slots:
     {
         TrackParams::save(music, voiceoverParams(500, dir.filePath(QStringLiteral("gone.wav"))));
         PlaylistModel playlist;
-        playlist.appendTrack(musicTrack());
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        watch(engine);
+        attachMusic(engine, playlist);
         engine.playRow(0);
         QVERIFY(!engine.voiceoverArmed());
         QTRY_VERIFY_WITH_TIMEOUT(engine.position() > 1000, 10000);

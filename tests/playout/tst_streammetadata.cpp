@@ -33,6 +33,14 @@ private:
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
+    // The server started and its stream the playlist's one row, which the engine plays from.
+    static void tuneIn(StreamServer& server, AudioEngine& engine, PlaylistModel& playlist)
+    {
+        QVERIFY(server.start());
+        playlist.appendTrack(streamTrack(server.url()));
+        engine.setPlaylist(&playlist);
+    }
+
 private slots:
     void initTestCase()
     {
@@ -55,11 +63,9 @@ private slots:
             taggedMp3(QStringLiteral("a.mp3"), QStringLiteral("Night Owls"), QStringLiteral("Morning Song"));
         QVERIFY(!mp3.isEmpty());
         StreamServer server(mp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlist.appendTrack(streamTrack(server.url()));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        PLAYOUT_CHECKED(tuneIn(server, engine, playlist));
         QSignalSpy titles(&engine, &AudioEngine::streamMetadata);
         QStringList logs;
         connect(&engine, &AudioEngine::logMessage, this, [&](const QString& text) { logs << text; });
@@ -79,11 +85,9 @@ private slots:
         const QByteArray mp3 = taggedMp3(QStringLiteral("b.mp3"), QStringLiteral("Night Owls"),
                                          QStringLiteral("Night Owls - Evening Mix"));
         StreamServer server(mp3, 16000);
-        QVERIFY(server.start());
         PlaylistModel playlist;
-        playlist.appendTrack(streamTrack(server.url()));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
+        PLAYOUT_CHECKED(tuneIn(server, engine, playlist));
         QSignalSpy titles(&engine, &AudioEngine::streamMetadata);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(titles.count() >= 1, 15000);
