@@ -70,6 +70,17 @@ bool dropOnView(QTableView& view, QMimeData* mime, const QPoint& pos, Qt::DropAc
     return true;
 }
 
+// Shows `view` over `model` with drag and drop on, as a playlist window would, and waits until it is
+// on screen; false when the window never appeared.
+bool showDropView(QTableView& view, PlaylistModel& model, const QSize& size)
+{
+    view.setModel(&model);
+    view.setDragDropMode(QAbstractItemView::DragDrop);
+    view.resize(size);
+    view.show();
+    return QTest::qWaitForWindowExposed(&view);
+}
+
 } // namespace
 
 class TestPlaylistDragDrop : public QObject
@@ -631,14 +642,10 @@ void TestPlaylistDragDrop::draggingSelectedRowsInATableViewReordersThem()
     PlaylistModel model;
     fill(model, 5);
     QTableView view;
-    view.setModel(&model);
     view.setSelectionBehavior(QAbstractItemView::SelectRows);
     view.setSelectionMode(QAbstractItemView::ExtendedSelection);
-    view.setDragDropMode(QAbstractItemView::DragDrop);
     view.setDefaultDropAction(Qt::MoveAction);
-    view.resize(800, 400);
-    view.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QVERIFY(showDropView(view, model, QSize(800, 400)));
 
     // Click row 1, ctrl-click row 2, as a user would.
     QTest::mouseClick(view.viewport(), Qt::LeftButton, Qt::NoModifier,
@@ -666,11 +673,7 @@ void TestPlaylistDragDrop::droppingLibraryUrlsOnTheViewInsertsFilesAndStreams()
     PlaylistModel model;
     fill(model, 3);
     QTableView view;
-    view.setModel(&model);
-    view.setDragDropMode(QAbstractItemView::DragDrop);
-    view.resize(800, 400);
-    view.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QVERIFY(showDropView(view, model, QSize(800, 400)));
 
     // What the library window's table puts on a drag: a URL list only.
     QMimeData mime;
@@ -697,11 +700,7 @@ void TestPlaylistDragDrop::droppingLibraryUrlsBelowTheRowsAppendsThem()
     PlaylistModel model;
     fill(model, 2);
     QTableView view;
-    view.setModel(&model);
-    view.setDragDropMode(QAbstractItemView::DragDrop);
-    view.resize(800, 600);
-    view.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QVERIFY(showDropView(view, model, QSize(800, 600)));
 
     QMimeData mime;
     mime.setUrls({QUrl::fromLocalFile(QStringLiteral("/srv/music/Last - Call.ogg"))});
