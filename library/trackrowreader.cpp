@@ -1,52 +1,106 @@
 #include "trackrowreader.h"
 
+#include "directquery.h"
+
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QVariant>
 
-TrackRowReader::TrackRowReader(const QSqlRecord& layout)
-    : filepath(layout.indexOf(QStringLiteral("filepath"))), artist(layout.indexOf(QStringLiteral("artist"))),
-      title(layout.indexOf(QStringLiteral("title"))), album(layout.indexOf(QStringLiteral("album"))),
-      genre(layout.indexOf(QStringLiteral("genre"))), comment(layout.indexOf(QStringLiteral("comment"))),
-      year(layout.indexOf(QStringLiteral("year"))), durationMs(layout.indexOf(QStringLiteral("duration_ms"))),
-      category(layout.indexOf(QStringLiteral("category"))),
-      isStream(layout.indexOf(QStringLiteral("is_stream"))),
-      streamLimitMs(layout.indexOf(QStringLiteral("stream_limit_ms"))),
-      playCount(layout.indexOf(QStringLiteral("play_count"))),
-      lastPlayed(layout.indexOf(QStringLiteral("last_played"))),
-      dateAdded(layout.indexOf(QStringLiteral("date_added")))
+namespace {
+
+QStringList namesOf(const QSqlRecord& layout)
+{
+    QStringList names;
+    for (int i = 0; i < layout.count(); ++i)
+        names << layout.fieldName(i);
+    return names;
+}
+
+// Column names compare as QSqlRecord::indexOf compares them: ignoring case.
+int columnOf(const QStringList& names, const QString& name)
+{
+    for (int i = 0; i < names.size(); ++i) {
+        if (names.at(i).compare(name, Qt::CaseInsensitive) == 0)
+            return i;
+    }
+    return -1;
+}
+
+// The two row sources behind one set of conversions; a missing column (-1) reads as NULL.
+struct QtRow {
+    const QSqlQuery& query;
+    QString text(int column) const { return column < 0 ? QString() : query.value(column).toString(); }
+    qint64 integer(int column) const { return column < 0 ? 0 : query.value(column).toLongLong(); }
+    int toInt(int column) const { return column < 0 ? 0 : query.value(column).toInt(); }
+};
+
+struct NativeRow {
+    const DirectQuery& query;
+    QString text(int column) const { return column < 0 ? QString() : query.text(column); }
+    qint64 integer(int column) const { return column < 0 ? 0 : query.integer(column); }
+    int toInt(int column) const { return column < 0 ? 0 : query.toInt(column); }
+};
+
+} // namespace
+
+TrackRowReader::TrackRowReader(const QSqlRecord& layout) : TrackRowReader(namesOf(layout)) {}
+
+TrackRowReader::TrackRowReader(const QStringList& names)
+    : filepath(columnOf(names, QStringLiteral("filepath"))), artist(columnOf(names, QStringLiteral("artist"))),
+      title(columnOf(names, QStringLiteral("title"))), album(columnOf(names, QStringLiteral("album"))),
+      genre(columnOf(names, QStringLiteral("genre"))), comment(columnOf(names, QStringLiteral("comment"))),
+      year(columnOf(names, QStringLiteral("year"))),
+      durationMs(columnOf(names, QStringLiteral("duration_ms"))),
+      category(columnOf(names, QStringLiteral("category"))),
+      isStream(columnOf(names, QStringLiteral("is_stream"))),
+      streamLimitMs(columnOf(names, QStringLiteral("stream_limit_ms"))),
+      playCount(columnOf(names, QStringLiteral("play_count"))),
+      lastPlayed(columnOf(names, QStringLiteral("last_played"))),
+      dateAdded(columnOf(names, QStringLiteral("date_added")))
 {
 }
 
-QDateTime TrackRowReader::parseDate(const QString& text, QString& lastText, QDateTime& lastDate)
+QDateTime TrackRowReader::parseDate(const QString& text)
 {
     if (text.isEmpty())
         return QDateTime();
-    if (text != lastText) {
-        lastText = text;
-        lastDate = QDateTime::fromString(text, Qt::ISODate);
-    }
-    return lastDate;
+    // Each parse of a local time asks the C library for the time zone, which reads /etc/localtime's
+    // status every time; a sorted listing mixes the rows of many batches, so remember every text.
+    auto known = parsedDates.constFind(text);
+    if (known != parsedDates.constEnd())
+        return known.value();
+    const QDateTime parsed = QDateTime::fromString(text, Qt::ISODate);
+    parsedDates.insert(text, parsed);
+    return parsed;
+}
+
+template <typename Row>
+Track TrackRowReader::build(const Row& row)
+{
+    Track t;
+    t.filePath = row.text(filepath);
+    t.artist = row.text(artist);
+    t.title = row.text(title);
+    t.album = row.text(album);
+    t.genre = row.text(genre);
+    t.comment = row.text(comment);
+    t.year = row.toInt(year);
+    t.durationMs = row.integer(durationMs);
+    t.category = row.text(category);
+    t.isStream = row.toInt(isStream) != 0;
+    t.streamLimitMs = row.integer(streamLimitMs);
+    t.playCount = row.toInt(playCount);
+    t.lastPlayed = parseDate(row.text(lastPlayed));
+    t.dateAdded = parseDate(row.text(dateAdded));
+    return t;
 }
 
 Track TrackRowReader::read(const QSqlQuery& row)
 {
-    // A missing column reads as NULL.
-    auto value = [&row](int column) { return column < 0 ? QVariant() : row.value(column); };
-    Track t;
-    t.filePath = value(filepath).toString();
-    t.artist = value(artist).toString();
-    t.title = value(title).toString();
-    t.album = value(album).toString();
-    t.genre = value(genre).toString();
-    t.comment = value(comment).toString();
-    t.year = value(year).toInt();
-    t.durationMs = value(durationMs).toLongLong();
-    t.category = value(category).toString();
-    t.isStream = value(isStream).toInt() != 0;
-    t.streamLimitMs = value(streamLimitMs).toLongLong();
-    t.playCount = value(playCount).toInt();
-    t.lastPlayed = parseDate(value(lastPlayed).toString(), lastPlayedText, lastPlayedDate);
-    t.dateAdded = parseDate(value(dateAdded).toString(), dateAddedText, dateAddedDate);
-    return t;
+    return build(QtRow{row});
+}
+
+Track TrackRowReader::read(const DirectQuery& row)
+{
+    return build(NativeRow{row});
 }
