@@ -153,7 +153,8 @@ Timing median(int runs, const std::function<void()>& work, const std::function<v
         work();
         times.push_back(watch.elapsed());
     }
-    std::sort(times.begin(), times.end(), [](const Timing& a, const Timing& b) { return a.wallMs < b.wallMs; });
+    std::sort(times.begin(), times.end(),
+              [](const Timing& a, const Timing& b) { return a.wallMs < b.wallMs; });
     return times[times.size() / 2];
 }
 
@@ -277,10 +278,9 @@ void benchSearch(int trackCount)
     const QString& ftsSql = librarysql::ftsListing;
     const QString& likeSql = librarysql::likeSearch;
 
-    std::printf(
-        "median of %d runs by elapsed time; 'statement' = running it and stepping through its rows,\n"
-        "'to Tracks' = the rest of search() (building the list of Tracks); cpu counts every thread\n",
-        runs);
+    std::printf("median of %d runs by elapsed time; 'statement' = running it and stepping through its rows,\n"
+                "'to Tracks' = the rest of search() (building the list of Tracks); cpu counts every thread\n",
+                runs);
     auto report = [&](const char* label, const QString& text, const QString& sql, const QVariantList& values,
                       double goalMs) {
         int rows = 0;
@@ -292,8 +292,8 @@ void benchSearch(int trackCount)
             runs, [&] { kept = lib.search(text); }, [&] { kept = QList<Track>(); });
         found = int(kept.size());
         std::printf("%-16s: %6d rows  statement %7.1f  to Tracks %7.1f  total %7.1f ms  (cpu total %7.1f ms)",
-                    label, found, statement.wallMs, std::max(0.0, total.wallMs - statement.wallMs), total.wallMs,
-                    total.cpuMs);
+                    label, found, statement.wallMs, std::max(0.0, total.wallMs - statement.wallMs),
+                    total.wallMs, total.cpuMs);
         if (goalMs > 0)
             std::printf("  goal < %.0f ms", goalMs);
         std::printf("\n");

@@ -65,8 +65,7 @@ bool bindsAsNull(const QVariant& v)
 #ifdef ONDARO_HAS_DLFCN
 // Looks `name` up among the plugin and the libraries it depends on. When the process also has an
 // SQLite in its global scope, that one must be the same, or the plugin might be bound to either.
-template <typename Function>
-bool lookUp(void* plugin, const char* name, Function& function)
+template <typename Function> bool lookUp(void* plugin, const char* name, Function& function)
 {
     void* local = dlsym(plugin, name);
     void* global = dlsym(RTLD_DEFAULT, name);
@@ -94,7 +93,8 @@ DirectQueryApi resolve(const QSqlDriver* driver)
                    lookUp(plugin, "sqlite3_bind_int64", api.bindInt64) &&
                    lookUp(plugin, "sqlite3_bind_double", api.bindDouble) &&
                    lookUp(plugin, "sqlite3_bind_text", api.bindText) &&
-                   lookUp(plugin, "sqlite3_bind_blob", api.bindBlob) && lookUp(plugin, "sqlite3_step", api.step) &&
+                   lookUp(plugin, "sqlite3_bind_blob", api.bindBlob) &&
+                   lookUp(plugin, "sqlite3_step", api.step) &&
                    lookUp(plugin, "sqlite3_column_count", api.columnCount) &&
                    lookUp(plugin, "sqlite3_column_name", api.columnName) &&
                    lookUp(plugin, "sqlite3_column_type", api.columnType) &&
@@ -168,8 +168,8 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
     if (!isUsable())
         return false;
     const QByteArray text = sql.toUtf8();
-    if (api->prepare(static_cast<sqlite3*>(connection), text.constData(), int(text.size()), &statement, nullptr) !=
-            SQLITE_OK ||
+    if (api->prepare(static_cast<sqlite3*>(connection), text.constData(), int(text.size()), &statement,
+                     nullptr) != SQLITE_OK ||
         !statement) {
         finish();
         return false;
@@ -198,7 +198,8 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
                 break;
             case QMetaType::QByteArray: {
                 const QByteArray bytes = v.toByteArray();
-                rc = api->bindBlob(statement, position, bytes.constData(), int(bytes.size()), SQLITE_TRANSIENT);
+                rc = api->bindBlob(statement, position, bytes.constData(), int(bytes.size()),
+                                   SQLITE_TRANSIENT);
                 break;
             }
             default: {
@@ -291,7 +292,8 @@ QString DirectQuery::text(int column) const
     // Neighbouring rows of a sorted listing often repeat a value (an artist, an album, a genre):
     // they share one QString instead of each decoding and keeping a copy.
     RecentText& recent = recentTexts[column];
-    if (recent.known && recent.bytes.size() == size_t(size) && std::memcmp(recent.bytes.data(), utf8, size) == 0)
+    if (recent.known && recent.bytes.size() == size_t(size) &&
+        std::memcmp(recent.bytes.data(), utf8, size) == 0)
         return recent.text;
     QString decoded = QString::fromUtf8(utf8, size);
     // The two decoders differ only on bytes that are not valid UTF-8 (a lone surrogate stored by an

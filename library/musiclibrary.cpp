@@ -131,6 +131,12 @@ Track trackFromJson(const QJsonObject& o)
     return t;
 }
 
+// A file entry the duration scanner should measure.
+bool lacksDuration(const QString& path, bool isStream, qint64 durationMs)
+{
+    return !isStream && durationMs <= 0 && !path.isEmpty();
+}
+
 } // namespace
 
 // Known to Qt by name, so that the window can keep its current query in a QVariant.
@@ -578,23 +584,29 @@ int MusicLibrary::removeMissingFiles()
     return missing.size();
 }
 
-QStringList MusicLibrary::filesWithoutDuration() const
+QStringList MusicLibrary::pathsWithoutDuration(const QList<Track>& listing)
 {
     QStringList paths;
-    if (folderMode) {
-        for (const Track& t : tracks) {
-            if (!t.isStream && t.durationMs <= 0 && !t.filePath.isEmpty())
-                paths << t.filePath;
-        }
-        return paths;
+    for (const Track& t : listing) {
+        if (lacksDuration(t.filePath, t.isStream, t.durationMs))
+            paths << t.filePath;
     }
+    return paths;
+}
+
+QStringList MusicLibrary::filesWithoutDuration() const
+{
+    if (folderMode)
+        return pathsWithoutDuration(tracks);
+    QStringList paths;
     // Same condition and order as the plain listing, so rows that tie on artist and title come in
     // the order the table shows them; the filter runs here rather than in SQL for that reason.
     const QString sql =
-        QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") + librarysql::orderByArtistTitle;
+        QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
+        librarysql::orderByArtistTitle;
     const QVariantList values{orEmpty(name)};
     auto keep = [&paths](const QString& path, int isStream, qint64 durationMs) {
-        if (!path.isEmpty() && isStream == 0 && durationMs <= 0)
+        if (lacksDuration(path, isStream != 0, durationMs))
             paths << path;
     };
     DirectQuery direct(database());
@@ -716,9 +728,7 @@ QList<Track> MusicLibrary::search(const QString& text) const
 
 QList<Track> MusicLibrary::query(const Query& q) const
 {
-    if (q.text.isEmpty() && q.artist.isEmpty() && q.title.isEmpty() && q.album.isEmpty() &&
-        q.genre.isEmpty() && q.comment.isEmpty() && q.filename.isEmpty() && q.year.isEmpty() &&
-        q.duration.isEmpty())
+    if (q.isEmpty())
         return search(QString());
     if (folderMode)
         return filterInMemory(q);

@@ -27,6 +27,14 @@ public:
         QString filename;
         QString year;
         QString duration;
+
+        // No condition at all: the query lists the whole library.
+        bool isEmpty() const
+        {
+            return text.isEmpty() && artist.isEmpty() && title.isEmpty() && album.isEmpty() &&
+                   genre.isEmpty() && comment.isEmpty() && filename.isEmpty() && year.isEmpty() &&
+                   duration.isEmpty();
+        }
     };
 
     // --- database and schema -------------------------------------------------------------
@@ -72,6 +80,8 @@ public:
     int removeMissingFiles();
     // Paths of the file entries without a duration, in the order of the plain listing.
     QStringList filesWithoutDuration() const;
+    // The same test over tracks already listed: files (not streams) with a path and no duration.
+    static QStringList pathsWithoutDuration(const QList<Track>& tracks);
 
     // --- search --------------------------------------------------------------------------
     QList<Track> search(const QString& text) const;

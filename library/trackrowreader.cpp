@@ -46,10 +46,10 @@ struct NativeRow {
 TrackRowReader::TrackRowReader(const QSqlRecord& layout) : TrackRowReader(namesOf(layout)) {}
 
 TrackRowReader::TrackRowReader(const QStringList& names)
-    : filepath(columnOf(names, QStringLiteral("filepath"))), artist(columnOf(names, QStringLiteral("artist"))),
-      title(columnOf(names, QStringLiteral("title"))), album(columnOf(names, QStringLiteral("album"))),
-      genre(columnOf(names, QStringLiteral("genre"))), comment(columnOf(names, QStringLiteral("comment"))),
-      year(columnOf(names, QStringLiteral("year"))),
+    : filepath(columnOf(names, QStringLiteral("filepath"))),
+      artist(columnOf(names, QStringLiteral("artist"))), title(columnOf(names, QStringLiteral("title"))),
+      album(columnOf(names, QStringLiteral("album"))), genre(columnOf(names, QStringLiteral("genre"))),
+      comment(columnOf(names, QStringLiteral("comment"))), year(columnOf(names, QStringLiteral("year"))),
       durationMs(columnOf(names, QStringLiteral("duration_ms"))),
       category(columnOf(names, QStringLiteral("category"))),
       isStream(columnOf(names, QStringLiteral("is_stream"))),
@@ -74,8 +74,7 @@ QDateTime TrackRowReader::parseDate(const QString& text)
     return parsed;
 }
 
-template <typename Row>
-Track TrackRowReader::build(const Row& row)
+template <typename Row> Track TrackRowReader::build(const Row& row)
 {
     Track t;
     t.filePath = row.text(filepath);

@@ -23,8 +23,7 @@ public:
     Track read(const DirectQuery& row);
 
 private:
-    template <typename Row>
-    Track build(const Row& row);
+    template <typename Row> Track build(const Row& row);
     QDateTime parseDate(const QString& text);
 
     int filepath, artist, title, album, genre, comment, year, durationMs, category, isStream, streamLimitMs,

@@ -55,8 +55,7 @@ QStringList describe(const QList<Track>& tracks)
 }
 
 // Runs `work` through DirectQuery and again through Qt's driver.
-template <typename Result, typename Work>
-QPair<Result, Result> bothWays(Work work)
+template <typename Result, typename Work> QPair<Result, Result> bothWays(Work work)
 {
     DirectQuery::setDisabledForTesting(false);
     Result direct = work();
@@ -138,14 +137,18 @@ void TestDirectQuery::fillOddLibrary()
     // Ordinary rows, added as the program adds them.
     lib.addTrack(makeTrack(QStringLiteral("Beatles"), QStringLiteral("Yesterday"), QString(), 1965, 125000));
     lib.addTrack(makeTrack(QStringLiteral("beatles"), QStringLiteral("Help"), QString(), 1965, 0));
-    lib.addTrack(makeTrack(QStringLiteral("Beatles"), QStringLiteral("Yesterday"), QStringLiteral("/music/copy.mp3")));
-    lib.addTrack(makeTrack(QStringLiteral("Ünïcödé Artist"), QStringLiteral("Ça va 😀"), QString(), 2001, 1000));
+    lib.addTrack(
+        makeTrack(QStringLiteral("Beatles"), QStringLiteral("Yesterday"), QStringLiteral("/music/copy.mp3")));
+    lib.addTrack(
+        makeTrack(QStringLiteral("Ünïcödé Artist"), QStringLiteral("Ça va 😀"), QString(), 2001, 1000));
     lib.addTrack(makeTrack(QStringLiteral("Heartbeat"), QStringLiteral(""), QStringLiteral(""), 0, 0));
     lib.addStream(QStringLiteral("Radio"), QStringLiteral("http://radio.example/stream"));
     // Rows no version of the program writes, but an older one or another tool might have.
-    QVERIFY(insertRaw(QStringLiteral("'Odd',NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL")));
-    QVERIFY(insertRaw(QStringLiteral("'Odd','/o/text-numbers.mp3','Numbers','As text','','','','1999','250000',"
-                                     "'Foreign','1','12','7','',''")));
+    QVERIFY(insertRaw(
+        QStringLiteral("'Odd',NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL,NULL")));
+    QVERIFY(
+        insertRaw(QStringLiteral("'Odd','/o/text-numbers.mp3','Numbers','As text','','','','1999','250000',"
+                                 "'Foreign','1','12','7','',''")));
     QVERIFY(insertRaw(QStringLiteral("'Odd','/o/not-numbers.mp3','Numbers','Not numbers','','','','12abc',"
                                      "123.7,'Foreign','yes',1e12,' 9 ','2024-02-30T10:00:00','garbage'")));
     QVERIFY(insertRaw(QStringLiteral("'Odd','/o/huge.mp3','Numbers','Huge',NULL,NULL,NULL,1099511627776,"
@@ -156,8 +159,9 @@ void TestDirectQuery::fillOddLibrary()
     QVERIFY(insertRaw(QStringLiteral("'Odd','/o/bad-utf8.mp3',CAST(X'48FF49' AS TEXT),CAST(X'C3' AS TEXT),"
                                      "CAST(X'EFBFBD' AS TEXT),NULL,NULL,0,0,'Foreign',0,0,0,'',''")));
     // A lone surrogate, as a QString can hold one and Qt's driver stores it.
-    QVERIFY(insertRaw(QStringLiteral("'Odd','/o/surrogate.mp3',?,?,'','','',0,0,'Foreign',0,0,0,'',''"),
-                      {QString(QChar(0xD800)) + QStringLiteral("lone"), QStringLiteral("tail") + QChar(0xDC00)}));
+    QVERIFY(
+        insertRaw(QStringLiteral("'Odd','/o/surrogate.mp3',?,?,'','','',0,0,'Foreign',0,0,0,'',''"),
+                  {QString(QChar(0xD800)) + QStringLiteral("lone"), QStringLiteral("tail") + QChar(0xDC00)}));
     QVERIFY(insertRaw(QStringLiteral("'Odd','/o/empty.mp3','','','','','',0,0,'',0,0,0,'',''")));
     QVERIFY(insertRaw(QStringLiteral("'Odd','/o/real-year.mp3','Numbers','Real year','','','',1999.6,60000.4,"
                                      "'Foreign',0.4,0,2.5,'',''")));
@@ -175,7 +179,8 @@ void TestDirectQuery::usableOnTheStoreConnectionHere()
 void TestDirectQuery::unusableWhenTheConnectionIsNotOpenOrTheHookIsSet()
 {
     {
-        QSqlDatabase closed = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("never_opened"));
+        QSqlDatabase closed =
+            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("never_opened"));
         closed.setDatabaseName(home.path() + QStringLiteral("/never.db"));
         DirectQuery direct(closed);
         QVERIFY(!direct.isUsable());
@@ -202,10 +207,11 @@ void TestDirectQuery::everySearchFormMatchesQtDriver_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("fullText");
-    const QStringList texts = {QStringLiteral("beat"),    QStringLiteral("AC/DC"),   QStringLiteral("Don't"),
-                               QStringLiteral("(love)"),  QStringLiteral("Ünï"),     QStringLiteral("..."),
-                               QStringLiteral("%"),       QStringLiteral("_"),       QStringLiteral("radio"),
-                               QStringLiteral("numbers"), QStringLiteral("\"a\" OR"), QString(2000, QLatin1Char('x'))};
+    const QStringList texts = {
+        QStringLiteral("beat"),    QStringLiteral("AC/DC"),    QStringLiteral("Don't"),
+        QStringLiteral("(love)"),  QStringLiteral("Ünï"),      QStringLiteral("..."),
+        QStringLiteral("%"),       QStringLiteral("_"),        QStringLiteral("radio"),
+        QStringLiteral("numbers"), QStringLiteral("\"a\" OR"), QString(2000, QLatin1Char('x'))};
     for (const QString& text : texts) {
         QTest::addRow("FTS %s", qPrintable(text.left(20))) << text << true;
         QTest::addRow("LIKE %s", qPrintable(text.left(20))) << text << false;
@@ -228,14 +234,17 @@ void TestDirectQuery::everyQueryFormMatchesQtDriver_data()
     QTest::addColumn<QString>("field");
     QTest::addColumn<QString>("value");
     QTest::addColumn<bool>("fullText");
-    const QList<QPair<QString, QString>> cases = {
-        {QStringLiteral("artist"), QStringLiteral("bea")}, {QStringLiteral("title"), QStringLiteral("yes")},
-        {QStringLiteral("year"), QStringLiteral("19")},    {QStringLiteral("duration"), QStringLiteral("02")},
-        {QStringLiteral("filename"), QStringLiteral("copy")}, {QStringLiteral("text"), QStringLiteral("he")},
-        {QStringLiteral("artist"), QStringLiteral("Don't")}};
+    const QList<QPair<QString, QString>> cases = {{QStringLiteral("artist"), QStringLiteral("bea")},
+                                                  {QStringLiteral("title"), QStringLiteral("yes")},
+                                                  {QStringLiteral("year"), QStringLiteral("19")},
+                                                  {QStringLiteral("duration"), QStringLiteral("02")},
+                                                  {QStringLiteral("filename"), QStringLiteral("copy")},
+                                                  {QStringLiteral("text"), QStringLiteral("he")},
+                                                  {QStringLiteral("artist"), QStringLiteral("Don't")}};
     for (const auto& c : cases) {
         QTest::addRow("FTS %s=%s", qPrintable(c.first), qPrintable(c.second)) << c.first << c.second << true;
-        QTest::addRow("LIKE %s=%s", qPrintable(c.first), qPrintable(c.second)) << c.first << c.second << false;
+        QTest::addRow("LIKE %s=%s", qPrintable(c.first), qPrintable(c.second))
+            << c.first << c.second << false;
     }
 }
 
@@ -276,9 +285,9 @@ void TestDirectQuery::filesWithoutDurationMatchesQtDriver()
 
 void TestDirectQuery::valuesComeOutAsQtDriverGivesThem()
 {
-    const QString sql = QStringLiteral(
-        "SELECT 1, -9223372036854775807, 2.5, 1e300, 'text', '', X'0102', X'', NULL, CAST(X'48FF49' AS TEXT), "
-        "'4x', ' 12 ', 3.99");
+    const QString sql = QStringLiteral("SELECT 1, -9223372036854775807, 2.5, 1e300, 'text', '', X'0102', "
+                                       "X'', NULL, CAST(X'48FF49' AS TEXT), "
+                                       "'4x', ' 12 ', 3.99");
     QSqlQuery viaQt(MusicLibrary::database());
     QVERIFY(viaQt.exec(sql));
     QVERIFY(viaQt.next());
@@ -352,7 +361,8 @@ void TestDirectQuery::emptyResultIsNotAnError()
 
 void TestDirectQuery::missingColumnsReadAsDefaults()
 {
-    const QString sql = QStringLiteral("SELECT artist, title AS TITLE FROM tracks WHERE library=? ORDER BY id");
+    const QString sql =
+        QStringLiteral("SELECT artist, title AS TITLE FROM tracks WHERE library=? ORDER BY id");
     DirectQuery direct(MusicLibrary::database());
     QVERIFY(direct.exec(sql, {kOdd}));
     QCOMPARE(direct.columnNames(), (QStringList{QStringLiteral("artist"), QStringLiteral("TITLE")}));

@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <limits>
+
 #include <unistd.h>
 
 namespace {
@@ -40,6 +42,7 @@ private slots:
     void formatDurationShowsDashesForZeroAndNegativeLengths();
     void formatDurationOfLessThanOneSecondIsZeroZero();
     void formatDurationPadsMinutesAndSecondsAndNeverCapsMinutes();
+    void formatDurationAgreesWithTheArgFormulaOverEveryRange();
 
     void trackFromRecordReadsEveryStoredColumn();
     void trackFromRecordGivesInvalidLastPlayedForAnEmptyText();
@@ -143,6 +146,24 @@ void TestTrack::formatDurationOfLessThanOneSecondIsZeroZero()
 {
     QCOMPARE(formatDuration(1), QStringLiteral("00:00"));
     QCOMPARE(formatDuration(999), QStringLiteral("00:00"));
+}
+
+void TestTrack::formatDurationAgreesWithTheArgFormulaOverEveryRange()
+{
+    // The plain "%1:%2" formula, each part padded to two digits, as the reference.
+    const auto reference = [](qint64 ms) {
+        const qint64 s = ms / 1000;
+        return QStringLiteral("%1:%2")
+            .arg(s / 60, 2, 10, QLatin1Char('0'))
+            .arg(s % 60, 2, 10, QLatin1Char('0'));
+    };
+    QList<qint64> lengths;
+    for (qint64 ms = 1; ms < 4000000; ms += 997)
+        lengths << ms;
+    lengths << 599999 << 600000 << 5999999 << 6000000 << 59999999 << 60000000 << qint64(1)
+            << qint64(1000) * 1000000000 << std::numeric_limits<qint64>::max();
+    for (qint64 ms : lengths)
+        QCOMPARE(formatDuration(ms), reference(ms));
 }
 
 void TestTrack::formatDurationPadsMinutesAndSecondsAndNeverCapsMinutes()
