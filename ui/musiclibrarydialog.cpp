@@ -40,15 +40,6 @@ const QStringList& columnHeaders()
 const QString kAudioFileFilter =
     QStringLiteral("Audio files (*.mp3 *.wav *.ogg *.flac *.m4a *.aac *.opus *.wma);;All files (*.*)");
 
-// Minutes are not wrapped at 60: 75 minutes reads "75:00".
-QString minutesSeconds(qint64 ms)
-{
-    const qint64 seconds = ms / 1000;
-    return QStringLiteral("%1:%2")
-        .arg(seconds / 60, 2, 10, QLatin1Char('0'))
-        .arg(seconds % 60, 2, 10, QLatin1Char('0'));
-}
-
 // Date formatting goes through the locale and dominates the fill of a large table; many rows share
 // one date (a folder added at once), so the texts are remembered per value for the current fill.
 class DateTexts
@@ -70,7 +61,9 @@ public:
 private:
     static QString cached(QHash<qint64, QString>& texts, const QDateTime& when, const QString& format)
     {
-        const qint64 key = when.toSecsSinceEpoch();
+        // Keyed by the date and time as shown, which is all the formats use; the moment since the
+        // epoch would cost a time-zone conversion for every row.
+        const qint64 key = when.date().toJulianDay() * 86400000 + when.time().msecsSinceStartOfDay();
         auto it = texts.constFind(key);
         if (it != texts.constEnd())
             return it.value();
@@ -82,38 +75,47 @@ private:
     QHash<qint64, QString> playedTexts;
 };
 
-QTableWidgetItem* cell(const QString& text)
+// Puts `text` in a cell. A cell that already has an item keeps it and only changes its text: a refresh
+// of a large library then neither frees nor allocates a million items.
+QTableWidgetItem* setCell(QTableWidget* table, int row, int column, const QString& text)
 {
+    if (QTableWidgetItem* existing = table->item(row, column)) {
+        existing->setText(text);
+        return existing;
+    }
     auto* item = new QTableWidgetItem(text);
     item->setFlags(item->flags() & ~Qt::ItemIsEditable);
+    table->setItem(row, column, item);
     return item;
 }
 
 void fillRow(QTableWidget* table, int row, const Track& t, DateTexts& dates)
 {
-    QTableWidgetItem* artist = cell(t.isStream ? QStringLiteral("◉ ") + t.artist : t.artist);
+    QTableWidgetItem* artist =
+        setCell(table, row, 0, t.isStream ? QStringLiteral("◉ ") + t.artist : t.artist);
     if (!t.isStream)
         artist->setData(Qt::UserRole, t.filePath);
-    table->setItem(row, 0, artist);
-    table->setItem(row, 1, cell(t.title));
-    table->setItem(row, 2, cell(t.album));
-    table->setItem(row, 3, cell(t.year > 0 ? QString::number(t.year) : QString()));
-    table->setItem(row, 4, cell(t.genre));
-    table->setItem(row, 5, cell(t.comment));
+    else if (artist->data(Qt::UserRole).isValid())
+        artist->setData(Qt::UserRole, QVariant()); // a reused item that showed a file before
+    setCell(table, row, 1, t.title);
+    setCell(table, row, 2, t.album);
+    setCell(table, row, 3, t.year > 0 ? QString::number(t.year) : QString());
+    setCell(table, row, 4, t.genre);
+    setCell(table, row, 5, t.comment);
     QString duration;
     if (t.isStream)
         duration = QStringLiteral("STREAM");
     else if (t.durationMs > 0)
-        duration = minutesSeconds(t.durationMs);
+        duration = formatDuration(t.durationMs);
     else
         duration = QStringLiteral("--:--");
-    table->setItem(row, 6, cell(duration));
-    table->setItem(row, 7, cell(t.playCount > 0 ? QString::number(t.playCount) : QStringLiteral("-")));
-    table->setItem(row, 8, cell(dates.lastPlayed(t.lastPlayed)));
-    table->setItem(row, 9, cell(dates.added(t.dateAdded)));
+    setCell(table, row, 6, duration);
+    setCell(table, row, 7, t.playCount > 0 ? QString::number(t.playCount) : QStringLiteral("-"));
+    setCell(table, row, 8, dates.lastPlayed(t.lastPlayed));
+    setCell(table, row, 9, dates.added(t.dateAdded));
     const int slash = t.filePath.lastIndexOf(QLatin1Char('/'));
-    table->setItem(row, 10, cell(t.isStream ? QStringLiteral("(online)") : t.filePath.mid(slash + 1)));
-    table->setItem(row, 11, cell(t.filePath));
+    setCell(table, row, 10, t.isStream ? QStringLiteral("(online)") : t.filePath.mid(slash + 1));
+    setCell(table, row, 11, t.filePath);
 }
 
 // A store without any library gets an empty "Default", at start and after the last one is deleted.
@@ -327,14 +329,17 @@ MusicLibrary::Query MusicLibraryDialog::currentQuery() const
 
 void MusicLibraryDialog::refreshTable()
 {
-    const QList<Track> tracks = lib.query(currentQuery());
+    const MusicLibrary::Query query = currentQuery();
+    const QList<Track> tracks = lib.query(query);
 
-    // Large listings: updates and sorting off, the row count set once, and the model's per-cell
-    // change notifications held back (the view repaints once at the end instead).
+    // Large listings: updates and sorting off, the row count set once, the rows' items reused, and
+    // the model's per-cell change notifications held back (the view repaints once at the end instead).
+    // The table reads as if emptied first: nothing stays selected and it shows its first row.
     const bool sorting = table->isSortingEnabled();
     table->setSortingEnabled(false);
     table->setUpdatesEnabled(false);
-    table->setRowCount(0);
+    table->clearSelection();
+    table->setCurrentItem(nullptr);
     table->setRowCount(int(tracks.size()));
     {
         DateTexts dates;
@@ -344,17 +349,22 @@ void MusicLibraryDialog::refreshTable()
     }
     table->setSortingEnabled(sorting);
     table->setUpdatesEnabled(true);
+    table->scrollToTop();
     table->viewport()->update();
 
     statusLabel->setText(
         QStringLiteral("Library \"%1\"  -  Tracks: %2").arg(lib.name).arg(table->rowCount()));
 
     // Same paths, same order as a full listing filtered in memory, without reading every track again.
-    // A keystroke in the search or filter boxes changes nothing in the library, so it reuses the list
-    // of the last full refresh (kept up to date as durations arrive); every other caller, including
-    // each change the window makes to the library, collects it afresh.
+    // With no condition the table holds that very listing. A keystroke in the search or filter boxes
+    // changes nothing in the library, so it reuses the list of the last full refresh (kept up to date
+    // as durations arrive); every other caller, including each change the window makes to the
+    // library, collects it afresh.
     const bool typed = qobject_cast<QLineEdit*>(sender()) != nullptr;
-    if (!typed || !missingDurationsKnown) {
+    if (query.isEmpty()) {
+        missingDurations = MusicLibrary::pathsWithoutDuration(tracks);
+        missingDurationsKnown = true;
+    } else if (!typed || !missingDurationsKnown) {
         missingDurations = lib.filesWithoutDuration();
         missingDurationsKnown = true;
     }
@@ -374,7 +384,7 @@ void MusicLibraryDialog::onDurationResolved(const QString& path, qint64 duration
     for (int row = 0; row < table->rowCount(); ++row) {
         const QTableWidgetItem* lastPlayed = table->item(row, 8);
         if (lastPlayed && lastPlayed->text() == path) {
-            table->setItem(row, 6, cell(minutesSeconds(durationMs)));
+            setCell(table, row, 6, formatDuration(durationMs));
             break;
         }
     }

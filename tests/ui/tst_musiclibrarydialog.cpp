@@ -11,12 +11,13 @@
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QInputDialog>
-#include <QMessageBox>
-#include <QMetaMethod>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QMessageBox>
+#include <QMetaMethod>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -217,8 +218,8 @@ private slots:
         QCOMPARE(describeLayout(row->layout()),
                  (QStringList{"QLabel Library:", "QComboBox", "QPushButton New...", "QPushButton Delete",
                               "spacing 16", "QPushButton Add files...", "QPushButton Add folder...",
-                              "QPushButton Add stream...", "QPushButton Verify", "stretch", "QLabel Search:",
-                              "QLineEdit"}));
+                              "QPushButton Add stream...", "QPushButton Verify", "stretch",
+                              "QLabel Search:", "QLineEdit"}));
         auto* selector = dialog->findChild<QComboBox*>(QStringLiteral("librarySelector"));
         QCOMPARE(row->layout()->indexOf(selector), 1);
         QCOMPARE(selector->minimumWidth(), 180);
@@ -263,7 +264,7 @@ private slots:
         openDialog();
         QVERIFY(QTest::qWaitForWindowExposed(dialog.get()));
         const QList<QPair<const char*, QString>> buttons = {
-            {"newLibraryButton", "New library"},       {"deleteLibraryButton", "Delete library"},
+            {"newLibraryButton", "New library"},        {"deleteLibraryButton", "Delete library"},
             {"addFilesButton", "Add files to library"}, {"addFolderButton", "Add folder to library"},
             {"addStreamButton", "Add online stream"},   {"verifyButton", "Verify library"}};
         for (const auto& button : buttons) {
@@ -319,7 +320,8 @@ private slots:
     {
         QSqlDatabase::database(QStringLiteral("od_library"), false).close();
         QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
-        QSqlDatabase broken = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("od_library"));
+        QSqlDatabase broken =
+            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("od_library"));
         broken.setDatabaseName(audioDir.filePath(QStringLiteral("no/such/folder/library.db")));
         openDialog();
         QVERIFY(MusicLibrary::libraries().isEmpty());
@@ -340,10 +342,10 @@ private slots:
         QCOMPARE(first.methodSignature(), QByteArray("sendToPlaylist(Track)"));
         QCOMPARE(second.methodType(), QMetaMethod::Signal);
         QCOMPARE(second.methodSignature(), QByteArray("librariesChanged()"));
-        for (const char* slot : {"addFiles()", "addFolder()", "addStream()", "editStream(Track)",
-                                 "streamDialog(Track)", "currentQuery()", "verifyLibrary()", "newLibrary()",
-                                 "deleteLibrary()", "openSelectedLibrary()", "onCellActivated(int,int)",
-                                 "refreshTable()"}) {
+        for (const char* slot :
+             {"addFiles()", "addFolder()", "addStream()", "editStream(Track)", "streamDialog(Track)",
+              "currentQuery()", "verifyLibrary()", "newLibrary()", "deleteLibrary()", "openSelectedLibrary()",
+              "onCellActivated(int,int)", "refreshTable()"}) {
             const int index = meta->indexOfSlot(slot);
             QVERIFY2(index >= meta->methodOffset(), slot);
         }
@@ -371,6 +373,123 @@ private slots:
         for (const QList<QVariant>& args : resolved)
             handed << args.at(0).toString();
         QCOMPARE(handed.mid(0, 2), (QStringList{hidden, shown}));
+    }
+
+    void wholeListingHandsTheScannerTheStoresFilesWithoutDuration()
+    {
+        MusicLibrary store;
+        store.setLibrary(QStringLiteral("Default"));
+        // Ties on artist and title, a stream, a file that has its length and one without a path.
+        store.addTrack(fileTrack(QStringLiteral("Same"), QStringLiteral("Song"),
+                                 audioDir.filePath(QStringLiteral("tie-1.mp3")), 0));
+        store.addTrack(fileTrack(QStringLiteral("Zed"), QStringLiteral("Last"),
+                                 audioDir.filePath(QStringLiteral("last.mp3")), 0));
+        store.addTrack(fileTrack(QStringLiteral("Same"), QStringLiteral("Song"),
+                                 audioDir.filePath(QStringLiteral("tie-2.mp3")), 0));
+        store.addTrack(fileTrack(QStringLiteral("Known"), QStringLiteral("Length"),
+                                 audioDir.filePath(QStringLiteral("known.mp3")), 180000));
+        store.addTrack(fileTrack(QStringLiteral("No"), QStringLiteral("Path"), QString(), 0));
+        store.addStream(QStringLiteral("Radio"), QStringLiteral("http://radio.example/live"));
+        const QStringList expected = store.filesWithoutDuration();
+        QCOMPARE(expected.size(), 3);
+
+        openDialog();
+        QSignalSpy resolved(dialog->durationScanner(), &DurationScanner::resolved);
+        QSignalSpy finished(dialog->durationScanner(), &DurationScanner::finished);
+        QTRY_VERIFY_WITH_TIMEOUT(!finished.isEmpty(), 30000);
+        QStringList handed;
+        for (const QList<QVariant>& args : resolved)
+            handed << args.at(0).toString();
+        QCOMPARE(handed, expected);
+    }
+
+    void refreshReusingRowsLeavesNoFilePathOnAStreamRow()
+    {
+        MusicLibrary store;
+        store.setLibrary(QStringLiteral("Default"));
+        store.addTrack(
+            fileTrack(QStringLiteral("Alpha"), QStringLiteral("First"), QStringLiteral("/music/a.mp3")));
+        store.addStream(QStringLiteral("Beta Radio"), QStringLiteral("http://radio.example/beta"));
+        openDialog();
+        QTest::keyClicks(searchBox, QStringLiteral("alpha"));
+        QCOMPARE(table->rowCount(), 1);
+        QCOMPARE(table->item(0, 0)->data(Qt::UserRole).toString(), QStringLiteral("/music/a.mp3"));
+
+        searchBox->clear();
+        QTest::keyClicks(searchBox, QStringLiteral("beta"));
+        QCOMPARE(table->rowCount(), 1);
+        QCOMPARE(cellText(table, 0, 0), QStringLiteral("◉ Online stream"));
+        QVERIFY(!table->item(0, 0)->data(Qt::UserRole).isValid());
+        QCOMPARE(cellText(table, 0, 6), QStringLiteral("STREAM"));
+        QCOMPARE(cellText(table, 0, 10), QStringLiteral("(online)"));
+        QCOMPARE(cellText(table, 0, 11), QStringLiteral("http://radio.example/beta"));
+        QVERIFY(!(table->item(0, 0)->flags() & Qt::ItemIsEditable));
+
+        searchBox->clear();
+        QCOMPARE(table->rowCount(), 2);
+        QCOMPARE(cellText(table, 0, 0), QStringLiteral("Alpha"));
+        QCOMPARE(table->item(0, 0)->data(Qt::UserRole).toString(), QStringLiteral("/music/a.mp3"));
+        QVERIFY(!table->item(1, 0)->data(Qt::UserRole).isValid());
+    }
+
+    void refreshLeavesNothingSelectedAndShowsTheFirstRow()
+    {
+        MusicLibrary store;
+        store.setLibrary(QStringLiteral("Default"));
+        for (int i = 0; i < 200; ++i) {
+            store.addTrack(fileTrack(QStringLiteral("Artist %1").arg(i, 3, 10, QLatin1Char('0')),
+                                     QStringLiteral("Title"), QStringLiteral("/music/%1.mp3").arg(i)));
+        }
+        openDialog();
+        QCOMPARE(table->rowCount(), 200);
+        table->selectRow(150);
+        table->scrollToItem(table->item(150, 0));
+        QVERIFY(table->verticalScrollBar()->value() > 0);
+        QCOMPARE(table->currentRow(), 150);
+
+        QTest::keyClicks(searchBox, QStringLiteral("artist"));
+        QCOMPARE(table->rowCount(), 200);
+        QVERIFY(table->selectedItems().isEmpty());
+        QCOMPARE(table->currentRow(), -1);
+        QCOMPARE(table->verticalScrollBar()->value(), 0);
+    }
+
+    void everyRowShowsItsOwnDatesWhenManyDiffer()
+    {
+        // Texts as stored by this program, by an older one (seconds and "Z"), and with an offset.
+        const QStringList played = {
+            QStringLiteral("2024-05-01T10:00:00"),       QStringLiteral("2024-05-01T11:30:00"),
+            QStringLiteral("2024-05-01T10:00:00Z"),      QStringLiteral("2023-12-31T23:59:59"),
+            QStringLiteral("2024-01-01T00:00:00+05:00"), QString()};
+        const QStringList added = {QStringLiteral("2023-12-31T23:59:59"),
+                                   QStringLiteral("2024-01-01T00:00:00"),
+                                   QStringLiteral("2024-05-01T10:00:00"),
+                                   QStringLiteral("2024-05-01T10:00:00"),
+                                   QString(),
+                                   QStringLiteral("1999-02-03T04:05:06")};
+        QSqlQuery insert(MusicLibrary::database());
+        MusicLibrary::createLibrary(QStringLiteral("Default"));
+        for (int i = 0; i < played.size(); ++i) {
+            insert.prepare(
+                QStringLiteral("INSERT INTO tracks(library,filepath,artist,title,duration_ms,last_played,"
+                               "date_added) VALUES('Default',?,?,'T',1000,?,?)"));
+            insert.addBindValue(QStringLiteral("/m/%1.mp3").arg(i));
+            insert.addBindValue(QStringLiteral("Artist %1").arg(i));
+            insert.addBindValue(played.at(i).isNull() ? QStringLiteral("") : played.at(i));
+            insert.addBindValue(added.at(i).isNull() ? QStringLiteral("") : added.at(i));
+            QVERIFY(insert.exec());
+        }
+        openDialog();
+        QCOMPARE(table->rowCount(), played.size());
+        for (int i = 0; i < played.size(); ++i) {
+            const QDateTime when = QDateTime::fromString(played.at(i), Qt::ISODate);
+            const QDateTime since = QDateTime::fromString(added.at(i), Qt::ISODate);
+            QCOMPARE(cellText(table, i, 8),
+                     played.at(i).isEmpty() ? QStringLiteral("never") : when.toString("d MMM yyyy HH:mm"));
+            QCOMPARE(cellText(table, i, 9), added.at(i).isEmpty() ? QString() : since.toString("d MMM yyyy"));
+        }
+        QCOMPARE(cellText(table, 1, 8), QStringLiteral("1 May 2024 11:30"));
+        QCOMPARE(cellText(table, 0, 9), QStringLiteral("31 Dec 2023"));
     }
 
     void typingInSearchBoxRequeriesOnEveryCharacter()
