@@ -64,13 +64,20 @@ QStringList trackColumns()
     return names;
 }
 
+// Prepares `sql` on `q`, binds `values` in order and runs it; false when any step fails.
+bool execWith(QSqlQuery& q, const QString& sql, const QVariantList& values)
+{
+    if (!q.prepare(sql))
+        return false;
+    for (const QVariant& v : values)
+        q.addBindValue(v);
+    return q.exec();
+}
+
 qint64 firstValue(const QString& sql, const QVariantList& values)
 {
     QSqlQuery q(MusicLibrary::database());
-    q.prepare(sql);
-    for (const QVariant& v : values)
-        q.addBindValue(v);
-    if (q.exec() && q.next())
+    if (execWith(q, sql, values) && q.next())
         return q.value(0).toLongLong();
     return 0;
 }
@@ -619,10 +626,7 @@ QStringList MusicLibrary::filesWithoutDuration() const
     }
     QSqlQuery q(database());
     q.setForwardOnly(true);
-    q.prepare(sql);
-    for (const QVariant& v : values)
-        q.addBindValue(v);
-    if (!q.exec())
+    if (!execWith(q, sql, values))
         return paths;
     while (q.next())
         keep(q.value(0).toString(), q.value(1).toInt(), q.value(2).toLongLong());
@@ -671,11 +675,7 @@ QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& va
     }
     QSqlQuery q(database());
     q.setForwardOnly(true);
-    if (!q.prepare(sql))
-        return result;
-    for (const QVariant& v : values)
-        q.addBindValue(v);
-    if (!q.exec())
+    if (!execWith(q, sql, values))
         return result;
     TrackRowReader reader(q.record());
     while (q.next())
