@@ -1,8 +1,10 @@
+#include "libraryconnection.h"
 #include "musiclibrary.h"
 #include "musiclibrarydialog.h"
 
 #include <QApplication>
 #include <QIcon>
+#include <QTextStream>
 
 int main(int argc, char* argv[])
 {
@@ -13,8 +15,10 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/appicon.png")));
 
-    // A database that cannot be opened does not stop start-up; the window then lists nothing.
-    MusicLibrary::initialize();
+    // A database that cannot be opened does not stop start-up; the window then lists nothing and its
+    // status line says why (an unreachable server comes back by itself).
+    if (!MusicLibrary::initialize() && !LibraryConnection::problem().isEmpty())
+        QTextStream(stderr) << "Ondaro: " << LibraryConnection::problem() << Qt::endl;
 
     int result = 0;
     {

@@ -159,10 +159,10 @@ int main(int argc, char* argv[])
         if (position > 0)
             exitStatus = Played; // audio actually went out
     });
+    // A short track may end before its first position report; it was heard all the same.
+    QObject::connect(&engine, &AudioEngine::trackStarted, &app, [&] { exitStatus = Played; });
     QObject::connect(&engine, &AudioEngine::logMessage, &app, [&](const QString& text) {
         printLine(stdout, text);
-        if (text.startsWith(PlayoutLog::endOfTrack))
-            exitStatus = Played; // a short track may end before its first position report
         if (text == PlayoutLog::noDevice) {
             printLine(stderr, QStringLiteral("No audio output device: check the sound server or "
                                              "\"audio/outputDevice\" (see --list-devices)"));
@@ -173,8 +173,7 @@ int main(int argc, char* argv[])
             // Nobody is here to press Play again.
             printLine(stdout, QStringLiteral("Paused by a PAUSE row: nothing more will play"));
             QCoreApplication::exit(exitStatus);
-        } else if (text.startsWith(PlayoutLog::playbackError) &&
-                   engine.currentRow() != lastFailedRow) {
+        } else if (text.startsWith(PlayoutLog::playbackError) && engine.currentRow() != lastFailedRow) {
             // The engine does not advance on an error; a check of a whole list should go on. An
             // error can also arrive late from the track before, so skip only a row that is
             // still not playing a little later.

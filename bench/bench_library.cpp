@@ -2,18 +2,25 @@
 //  1. Import: 2,000 small tagged mp3 files; readTags alone, then addFiles in batches of 50.
 //  2. Search on one library of 100,000 generated tracks: plain listing, full-text prefix search
 //     matching about 1% of the rows, one matching nothing, and the LIKE form.
-// Usage: bench_library [files=2000] [tracks=100000]
-// Everything lives in a temporary folder (Qt test locations under a private HOME).
+// Both run on the embedded database and then on a PostgreSQL server, and the two are compared: the
+// server named by --url URL or ONDARO_DATABASE_URL (its libraries "Import", "InsertOnly" and "Big"
+// are replaced), or else a private one started through scripts/pg-test-server.sh; --no-server skips it.
+// Usage: bench_library [files=2000] [tracks=100000] [--url URL | --no-server]
+// Everything else lives in a temporary folder (Qt test locations under a private HOME).
 
+#include "databaseurl.h"
 #include "directquery.h"
+#include "libraryconnection.h"
 #include "librarysql.h"
 #include "musiclibrary.h"
+#include "pgschema.h"
 #include "track.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -162,15 +169,16 @@ Timing median(int runs, const std::function<void()>& work, const std::function<v
 // reads them (straight through SQLite where the store can, else through QSqlQuery).
 int stepRows(const QString& sql, const QVariantList& values)
 {
+    QSqlDatabase db = MusicLibrary::database();
     int rows = 0;
-    DirectQuery direct(MusicLibrary::database());
+    DirectQuery direct(db);
     if (direct.isUsable()) {
         direct.exec(sql, values);
         while (direct.next())
             ++rows;
         return rows;
     }
-    QSqlQuery q(MusicLibrary::database());
+    QSqlQuery q(db);
     q.setForwardOnly(true);
     q.prepare(sql);
     for (const QVariant& v : values)
@@ -187,13 +195,57 @@ void printTiming(const char* label, const Timing& t, int count, const char* unit
                 count / (t.cpuMs / 1000.0), unit);
 }
 
-void benchImport(const QString& root, int fileCount)
+struct ImportFigures {
+    Timing read;
+    Timing import;
+    Timing insert;
+    int added = 0;
+};
+
+struct SearchFigures {
+    Timing fill;
+    int rows = 0;
+    Timing plain;
+    Timing fts;
+    Timing noMatch;
+    Timing like;
+    int ftsRows = 0;
+};
+
+// The statements search() runs on the database of this run.
+struct Statements {
+    QString plain;
+    QString fts;
+    QString like;
+    bool server = false;
+    QString match(const QString& text) const
+    {
+        QStringList terms;
+        MusicLibrary::appendFtsTerms(terms, QString(), text);
+        return server ? PgSchema::searchArgument(terms, nullptr) : terms.join(QLatin1Char(' '));
+    }
+};
+
+Statements statementsFor(bool server)
+{
+    if (!server)
+        return {librarysql::plainListing, librarysql::ftsListing, librarysql::likeSearch, false};
+    QString like = librarysql::likeSearch;
+    like.replace(QStringLiteral("SELECT * FROM"),
+                 QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
+    like.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
+    like.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
+    return {librarysql::serverPlainListing, librarysql::serverFtsListing, like, true};
+}
+
+ImportFigures benchImport(const QString& root, int fileCount)
 {
     std::printf("== Import: %d tagged mp3 files, batches of 50 ==\n", fileCount);
     QRandomGenerator rng(42);
     const QStringList titles = titleWords();
     const QByteArray audio = silentMp3(40);
     const QString dir = root + QStringLiteral("/files");
+    QDir(dir).removeRecursively();
     QDir().mkpath(dir);
     QStringList paths;
     for (int i = 0; i < fileCount; ++i) {
@@ -220,6 +272,8 @@ void benchImport(const QString& root, int fileCount)
     }
     const Timing read = watch.elapsed();
 
+    MusicLibrary::deleteLibrary(QStringLiteral("Import"));
+    MusicLibrary::deleteLibrary(QStringLiteral("InsertOnly"));
     MusicLibrary lib;
     lib.setLibrary(QStringLiteral("Import"));
     int added = 0;
@@ -250,13 +304,16 @@ void benchImport(const QString& root, int fileCount)
     std::printf("(%d titles read, %d rows added, %d in the library)\n", withTitle, added, lib.trackCount());
     std::printf("ratio import/read speed: %.2f by cpu, %.2f by wall   (goal >= 0.40)\n\n",
                 read.cpuMs / import.cpuMs, read.wallMs / import.wallMs);
+    return {read, import, insert, added};
 }
 
-void benchSearch(int trackCount)
+SearchFigures benchSearch(int trackCount, const Statements& sql)
 {
+    SearchFigures figures;
     std::printf("== Search: one library of %d generated tracks ==\n", trackCount);
     QRandomGenerator rng(7);
     const QStringList titles = titleWords();
+    MusicLibrary::deleteLibrary(QStringLiteral("Big"));
     MusicLibrary lib;
     lib.setLibrary(QStringLiteral("Big"));
     Stopwatch watch;
@@ -270,22 +327,28 @@ void benchSearch(int trackCount)
         }
         db.commit();
     }
-    printTiming("filling", watch.elapsed(), lib.trackCount(), "rows");
+    figures.fill = watch.elapsed();
+    figures.rows = lib.trackCount();
+    printTiming("filling", figures.fill, figures.rows, "rows");
+    if (sql.server) {
+        // Fresh statistics, as the server's autovacuum gathers them after a large import.
+        QSqlQuery(MusicLibrary::database()).exec(QStringLiteral("VACUUM ANALYZE tracks"));
+    }
 
     const int runs = 7;
     // The very statements search() runs, so that "statement" and "to Tracks" add up to the search.
-    const QString& plainSql = librarysql::plainListing;
-    const QString& ftsSql = librarysql::ftsListing;
-    const QString& likeSql = librarysql::likeSearch;
+    const QString& plainSql = sql.plain;
+    const QString& ftsSql = sql.fts;
+    const QString& likeSql = sql.like;
 
     std::printf("median of %d runs by elapsed time; 'statement' = running it and stepping through its rows,\n"
                 "'to Tracks' = the rest of search() (building the list of Tracks); cpu counts every thread\n",
                 runs);
-    auto report = [&](const char* label, const QString& text, const QString& sql, const QVariantList& values,
-                      double goalMs) {
+    auto report = [&](const char* label, const QString& text, const QString& statementSql,
+                      const QVariantList& values, double goalMs, Timing* into) {
         int rows = 0;
         int found = 0;
-        const Timing statement = median(runs, [&] { rows = stepRows(sql, values); });
+        const Timing statement = median(runs, [&] { rows = stepRows(statementSql, values); });
         // The list is kept and freed outside the timing: a caller holds on to what search returns.
         QList<Track> kept;
         const Timing total = median(
@@ -299,23 +362,101 @@ void benchSearch(int trackCount)
         std::printf("\n");
         if (rows != found)
             std::printf("  note: the statement alone gave %d rows\n", rows);
+        *into = total;
+        return found;
     };
 
     const QString word = titles.at(17); // in one title of a hundred
-    report("plain listing", QString(), plainSql, {lib.name}, 500);
+    report("plain listing", QString(), plainSql, {lib.name}, sql.server ? 1000 : 500, &figures.plain);
     // The MATCH texts come from the store's own term builder, as in search().
-    auto matchOf = [](const QString& text) {
-        QStringList terms;
-        MusicLibrary::appendFtsTerms(terms, QString(), text);
-        return terms.join(QLatin1Char(' '));
-    };
-    report("FTS prefix ~1%", word, ftsSql, {lib.name, matchOf(word)}, 15);
+    figures.ftsRows = report("FTS prefix ~1%", word, ftsSql, {lib.name, sql.match(word)},
+                             sql.server ? 30 : 15, &figures.fts);
     report("FTS no match", QStringLiteral("Qwertyuiop"), ftsSql,
-           {lib.name, matchOf(QStringLiteral("Qwertyuiop"))}, 0);
+           {lib.name, sql.match(QStringLiteral("Qwertyuiop"))}, 0, &figures.noMatch);
     MusicLibrary::setFullTextSearchDisabledForTesting(true);
     const QString like = QLatin1Char('%') + word + QLatin1Char('%');
-    report("LIKE same word", word, likeSql, {lib.name, like, like, like, like, like, like, like, like}, 0);
+    if (sql.server) {
+        // The server always searches its index; its LIKE form is timed through the statement alone.
+        const Timing t = median(runs, [&] {
+            stepRows(likeSql, {lib.name, like, like, like, like, like, like, like, like});
+        });
+        std::printf("%-16s: statement %7.1f ms (the store never runs it while the index exists)\n",
+                    "ILIKE same word", t.wallMs);
+        figures.like = t;
+    } else {
+        report("LIKE same word", word, likeSql, {lib.name, like, like, like, like, like, like, like, like}, 0,
+               &figures.like);
+    }
     MusicLibrary::setFullTextSearchDisabledForTesting(false);
+    std::printf("\n");
+    return figures;
+}
+
+// The source folder, from the build folder's CMake cache above this program.
+QString sourceFolder()
+{
+    QDir dir(QCoreApplication::applicationDirPath());
+    do {
+        QFile cache(dir.filePath(QStringLiteral("CMakeCache.txt")));
+        if (cache.open(QIODevice::ReadOnly)) {
+            while (!cache.atEnd()) {
+                const QByteArray line = cache.readLine().trimmed();
+                if (line.startsWith("CMAKE_HOME_DIRECTORY:INTERNAL="))
+                    return QString::fromUtf8(line.mid(int(qstrlen("CMAKE_HOME_DIRECTORY:INTERNAL="))));
+            }
+        }
+    } while (dir.cdUp());
+    return QString();
+}
+
+bool runServerScript(const QString& command, const QString& folder, const QString& option = QString())
+{
+    const QString script = sourceFolder() + QStringLiteral("/scripts/pg-test-server.sh");
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QStringList args{script, command, folder};
+    if (!option.isEmpty())
+        args << option;
+    process.start(QStringLiteral("bash"), args);
+    return process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
+}
+
+// Makes the store's shared connection the given database (an empty URL: the embedded one).
+bool switchTo(const DatabaseUrl& url)
+{
+    if (QSqlDatabase::contains(QStringLiteral("od_library"))) {
+        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
+        QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+    }
+    LibraryConnection::setUrl(url);
+    return MusicLibrary::initialize();
+}
+
+void compare(const ImportFigures& embeddedImport, const SearchFigures& embeddedSearch,
+             const ImportFigures& serverImport, const SearchFigures& serverSearch)
+{
+    auto rate = [](int n, const Timing& t) { return n / (t.wallMs / 1000.0); };
+    std::printf("== PostgreSQL compared with the embedded database (elapsed time) ==\n");
+    const double embeddedRate = rate(embeddedImport.added, embeddedImport.import);
+    const double serverRate = rate(serverImport.added, serverImport.import);
+    std::printf("import (addFiles)   : %8.0f vs %8.0f files/s  ratio %.2f  (goal >= 0.50)\n", serverRate,
+                embeddedRate, serverRate / embeddedRate);
+    const double embeddedInsert = rate(embeddedImport.added, embeddedImport.insert);
+    const double serverInsert = rate(serverImport.added, serverImport.insert);
+    std::printf("inserting alone     : %8.0f vs %8.0f rows/s   ratio %.2f\n", serverInsert, embeddedInsert,
+                serverInsert / embeddedInsert);
+    std::printf("filling %d rows : %8.0f vs %8.0f rows/s   ratio %.2f\n", serverSearch.rows,
+                rate(serverSearch.rows, serverSearch.fill), rate(embeddedSearch.rows, embeddedSearch.fill),
+                rate(serverSearch.rows, serverSearch.fill) / rate(embeddedSearch.rows, embeddedSearch.fill));
+    std::printf("plain listing       : %8.1f vs %8.1f ms       ratio %.2f  (goal on the server < 1000 ms)\n",
+                serverSearch.plain.wallMs, embeddedSearch.plain.wallMs,
+                serverSearch.plain.wallMs / embeddedSearch.plain.wallMs);
+    std::printf("search ~1%% (%d/%d) : %8.1f vs %8.1f ms       ratio %.2f  (goal on the server < 30 ms)\n",
+                serverSearch.ftsRows, embeddedSearch.ftsRows, serverSearch.fts.wallMs,
+                embeddedSearch.fts.wallMs, serverSearch.fts.wallMs / embeddedSearch.fts.wallMs);
+    std::printf("search, no match    : %8.1f vs %8.1f ms\n", serverSearch.noMatch.wallMs,
+                embeddedSearch.noMatch.wallMs);
 }
 
 } // namespace
@@ -328,14 +469,56 @@ int main(int argc, char** argv)
         return 1;
     qputenv("HOME", QFile::encodeName(home.path()));
     QStandardPaths::setTestModeEnabled(true);
-    if (!MusicLibrary::initialize()) {
+
+    QStringList args = QCoreApplication::arguments();
+    args.removeFirst();
+    bool withServer = !args.removeAll(QStringLiteral("--no-server"));
+    DatabaseUrl url = DatabaseUrl::parse(QString::fromLocal8Bit(qgetenv("ONDARO_DATABASE_URL")));
+    const int urlAt = int(args.indexOf(QStringLiteral("--url")));
+    if (urlAt >= 0 && urlAt + 1 < args.size()) {
+        url = DatabaseUrl::parse(args.at(urlAt + 1));
+        args.remove(urlAt, 2);
+    }
+    const int files = args.size() > 0 ? args.at(0).toInt() : 2000;
+    const int tracks = args.size() > 1 ? args.at(1).toInt() : 100000;
+
+    if (!switchTo(DatabaseUrl())) {
         std::fprintf(stderr, "cannot open the library database\n");
         return 1;
     }
-    const QStringList args = QCoreApplication::arguments();
-    const int files = args.size() > 1 ? args.at(1).toInt() : 2000;
-    const int tracks = args.size() > 2 ? args.at(2).toInt() : 100000;
-    benchImport(home.path(), files);
-    benchSearch(tracks);
-    return 0;
+    std::printf("######## embedded SQLite database\n");
+    const ImportFigures embeddedImport = benchImport(home.path(), files);
+    const SearchFigures embeddedSearch = benchSearch(tracks, statementsFor(false));
+    if (!withServer)
+        return 0;
+
+    // A socket folder's path must stay short.
+    const QString serverFolder =
+        QStringLiteral("/tmp/ondaro-bench-%1").arg(QCoreApplication::applicationPid());
+    const bool ownServer = url.isEmbedded();
+    if (ownServer) {
+        if (!runServerScript(QStringLiteral("start"), serverFolder, QStringLiteral("--fresh"))) {
+            std::fprintf(stderr, "cannot start a PostgreSQL server (scripts/pg-test-server.sh)\n");
+            return 1;
+        }
+        url = DatabaseUrl::parse(QStringLiteral("postgresql://ondaro@/ondaro?host=") + serverFolder);
+    }
+    int result = 0;
+    if (!url.isValid() || !switchTo(url)) {
+        std::fprintf(stderr, "cannot use the server %s: %s\n", qPrintable(url.displayText()),
+                     qPrintable(url.isValid() ? LibraryConnection::problem() : url.error));
+        result = 1;
+    } else {
+        std::printf("######## PostgreSQL server %s\n", qPrintable(url.displayText()));
+        const ImportFigures serverImport = benchImport(home.path(), files);
+        const SearchFigures serverSearch = benchSearch(tracks, statementsFor(true));
+        compare(embeddedImport, embeddedSearch, serverImport, serverSearch);
+    }
+    if (QSqlDatabase::contains(QStringLiteral("od_library"))) {
+        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
+        QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+    }
+    if (ownServer)
+        runServerScript(QStringLiteral("stop"), serverFolder, QStringLiteral("--remove"));
+    return result;
 }

@@ -1,5 +1,7 @@
 #include "directquery.h"
 
+#include "librarylogging.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QSqlDriver>
@@ -13,28 +15,10 @@
 #define ONDARO_HAS_DLFCN 1
 #endif
 
-// The SQLite functions used here, taken from the library Qt's driver plugin runs on.
+// Whether the SQLite this program links is the very library Qt's driver plugin runs on: only then
+// may the driver's connection handle be used with the linked functions.
 struct DirectQueryApi {
-    decltype(&sqlite3_prepare_v2) prepare = nullptr;
-    decltype(&sqlite3_finalize) finalize = nullptr;
-    decltype(&sqlite3_bind_parameter_count) bindParameterCount = nullptr;
-    decltype(&sqlite3_bind_null) bindNull = nullptr;
-    decltype(&sqlite3_bind_int64) bindInt64 = nullptr;
-    decltype(&sqlite3_bind_double) bindDouble = nullptr;
-    decltype(&sqlite3_bind_text) bindText = nullptr;
-    decltype(&sqlite3_bind_blob) bindBlob = nullptr;
-    decltype(&sqlite3_step) step = nullptr;
-    decltype(&sqlite3_column_count) columnCount = nullptr;
-    decltype(&sqlite3_column_name) columnName = nullptr;
-    decltype(&sqlite3_column_type) columnType = nullptr;
-    decltype(&sqlite3_column_int64) columnInt64 = nullptr;
-    decltype(&sqlite3_column_double) columnDouble = nullptr;
-    decltype(&sqlite3_column_text) columnText = nullptr;
-    decltype(&sqlite3_column_text16) columnText16 = nullptr;
-    decltype(&sqlite3_column_blob) columnBlob = nullptr;
-    decltype(&sqlite3_column_bytes) columnBytes = nullptr;
-    decltype(&sqlite3_column_bytes16) columnBytes16 = nullptr;
-    bool complete = false;
+    bool sameLibrary = false;
 };
 
 namespace {
@@ -63,53 +47,29 @@ bool bindsAsNull(const QVariant& v)
 }
 
 #ifdef ONDARO_HAS_DLFCN
-// Looks `name` up among the plugin and the libraries it depends on. When the process also has an
-// SQLite in its global scope, that one must be the same, or the plugin might be bound to either.
-template <typename Function> bool lookUp(void* plugin, const char* name, Function& function)
-{
-    void* local = dlsym(plugin, name);
-    void* global = dlsym(RTLD_DEFAULT, name);
-    if (!local || (global && global != local))
-        return false;
-    function = reinterpret_cast<Function>(local);
-    return true;
-}
-
+// Checked once: the driver plugin (found through its meta-object's image) must resolve SQLite's entry
+// point to the same function this program calls. A Qt built with a private SQLite copy would not, and
+// then every read goes through QSqlQuery.
 DirectQueryApi resolve(const QSqlDriver* driver)
 {
     DirectQueryApi api;
-    // The driver's meta-object lies in the plugin's own image, whose path dladdr gives.
     Dl_info info{};
-    if (!dladdr(driver->metaObject(), &info) || !info.dli_fname)
-        return api;
-    // Kept open for the life of the process, as the connection that uses these functions is.
-    void* plugin = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    if (!plugin)
-        return api;
-    api.complete = lookUp(plugin, "sqlite3_prepare_v2", api.prepare) &&
-                   lookUp(plugin, "sqlite3_finalize", api.finalize) &&
-                   lookUp(plugin, "sqlite3_bind_parameter_count", api.bindParameterCount) &&
-                   lookUp(plugin, "sqlite3_bind_null", api.bindNull) &&
-                   lookUp(plugin, "sqlite3_bind_int64", api.bindInt64) &&
-                   lookUp(plugin, "sqlite3_bind_double", api.bindDouble) &&
-                   lookUp(plugin, "sqlite3_bind_text", api.bindText) &&
-                   lookUp(plugin, "sqlite3_bind_blob", api.bindBlob) &&
-                   lookUp(plugin, "sqlite3_step", api.step) &&
-                   lookUp(plugin, "sqlite3_column_count", api.columnCount) &&
-                   lookUp(plugin, "sqlite3_column_name", api.columnName) &&
-                   lookUp(plugin, "sqlite3_column_type", api.columnType) &&
-                   lookUp(plugin, "sqlite3_column_int64", api.columnInt64) &&
-                   lookUp(plugin, "sqlite3_column_double", api.columnDouble) &&
-                   lookUp(plugin, "sqlite3_column_text", api.columnText) &&
-                   lookUp(plugin, "sqlite3_column_text16", api.columnText16) &&
-                   lookUp(plugin, "sqlite3_column_blob", api.columnBlob) &&
-                   lookUp(plugin, "sqlite3_column_bytes", api.columnBytes) &&
-                   lookUp(plugin, "sqlite3_column_bytes16", api.columnBytes16);
+    void* plugin = nullptr;
+    if (dladdr(driver->metaObject(), &info) && info.dli_fname)
+        plugin = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD); // kept open with the connection
+    void* driverPrepare = plugin ? dlsym(plugin, "sqlite3_prepare_v2") : nullptr;
+    api.sameLibrary = driverPrepare && driverPrepare == reinterpret_cast<void*>(&sqlite3_prepare_v2);
+    if (api.sameLibrary)
+        qCDebug(lcLibrary, "SQLite %s is shared with Qt's driver: listings read it directly", sqlite3_libversion());
+    else
+        qCWarning(lcLibrary, "Qt's SQLite driver does not use the linked SQLite %s: listings read through QSqlQuery",
+                  sqlite3_libversion());
     return api;
 }
 #else
 DirectQueryApi resolve(const QSqlDriver*)
 {
+    qCWarning(lcLibrary, "No way to check Qt's SQLite driver here: listings read through QSqlQuery");
     return {};
 }
 #endif
@@ -118,7 +78,7 @@ DirectQueryApi resolve(const QSqlDriver*)
 const DirectQueryApi* apiFor(const QSqlDriver* driver)
 {
     static const DirectQueryApi api = resolve(driver);
-    return api.complete ? &api : nullptr;
+    return api.sameLibrary ? &api : nullptr;
 }
 
 } // namespace
@@ -156,7 +116,7 @@ bool DirectQuery::isUsable() const
 void DirectQuery::finish()
 {
     if (statement)
-        api->finalize(statement);
+        sqlite3_finalize(statement);
     statement = nullptr;
     firstRowPending = false;
     done = true;
@@ -168,14 +128,14 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
     if (!isUsable())
         return false;
     const QByteArray text = sql.toUtf8();
-    if (api->prepare(static_cast<sqlite3*>(connection), text.constData(), int(text.size()), &statement,
+    if (sqlite3_prepare_v2(static_cast<sqlite3*>(connection), text.constData(), int(text.size()), &statement,
                      nullptr) != SQLITE_OK ||
         !statement) {
         finish();
         return false;
     }
     // Qt refuses a statement whose placeholders and values do not pair up.
-    if (api->bindParameterCount(statement) != values.size()) {
+    if (sqlite3_bind_parameter_count(statement) != values.size()) {
         finish();
         return false;
     }
@@ -184,27 +144,27 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
         const int position = i + 1;
         int rc = SQLITE_OK;
         if (bindsAsNull(v)) {
-            rc = api->bindNull(statement, position);
+            rc = sqlite3_bind_null(statement, position);
         } else {
             switch (v.typeId()) {
             case QMetaType::Bool:
             case QMetaType::Int:
             case QMetaType::UInt:
             case QMetaType::LongLong:
-                rc = api->bindInt64(statement, position, v.toLongLong());
+                rc = sqlite3_bind_int64(statement, position, v.toLongLong());
                 break;
             case QMetaType::Double:
-                rc = api->bindDouble(statement, position, v.toDouble());
+                rc = sqlite3_bind_double(statement, position, v.toDouble());
                 break;
             case QMetaType::QByteArray: {
                 const QByteArray bytes = v.toByteArray();
-                rc = api->bindBlob(statement, position, bytes.constData(), int(bytes.size()),
+                rc = sqlite3_bind_blob(statement, position, bytes.constData(), int(bytes.size()),
                                    SQLITE_TRANSIENT);
                 break;
             }
             default: {
                 const QByteArray utf8 = v.toString().toUtf8();
-                rc = api->bindText(statement, position, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
+                rc = sqlite3_bind_text(statement, position, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
                 break;
             }
             }
@@ -214,8 +174,8 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
             return false;
         }
     }
-    recentTexts.assign(size_t(api->columnCount(statement)), RecentText());
-    const int rc = api->step(statement);
+    recentTexts.assign(size_t(sqlite3_column_count(statement)), RecentText());
+    const int rc = sqlite3_step(statement);
     if (rc == SQLITE_ROW) {
         firstRowPending = true;
         done = false;
@@ -235,7 +195,7 @@ bool DirectQuery::next()
     }
     if (done || !statement)
         return false;
-    if (api->step(statement) == SQLITE_ROW)
+    if (sqlite3_step(statement) == SQLITE_ROW)
         return true;
     done = true;
     return false;
@@ -246,29 +206,29 @@ QStringList DirectQuery::columnNames() const
     QStringList names;
     if (!statement)
         return names;
-    const int count = api->columnCount(statement);
+    const int count = sqlite3_column_count(statement);
     for (int i = 0; i < count; ++i)
-        names << QString::fromUtf8(api->columnName(statement, i));
+        names << QString::fromUtf8(sqlite3_column_name(statement, i));
     return names;
 }
 
 QString DirectQuery::utf16Text(int column) const
 {
-    const auto* unicode = static_cast<const QChar*>(api->columnText16(statement, column));
-    return QString(unicode, api->columnBytes16(statement, column) / qsizetype(sizeof(QChar)));
+    const auto* unicode = static_cast<const QChar*>(sqlite3_column_text16(statement, column));
+    return QString(unicode, sqlite3_column_bytes16(statement, column) / qsizetype(sizeof(QChar)));
 }
 
 QVariant DirectQuery::value(int column) const
 {
     // The values Qt's SQLite driver makes of each storage class.
-    switch (api->columnType(statement, column)) {
+    switch (sqlite3_column_type(statement, column)) {
     case SQLITE_INTEGER:
-        return QVariant(qint64(api->columnInt64(statement, column)));
+        return QVariant(qint64(sqlite3_column_int64(statement, column)));
     case SQLITE_FLOAT:
-        return QVariant(api->columnDouble(statement, column));
+        return QVariant(sqlite3_column_double(statement, column));
     case SQLITE_BLOB: {
-        const auto* bytes = static_cast<const char*>(api->columnBlob(statement, column));
-        return QVariant(QByteArray(bytes, api->columnBytes(statement, column)));
+        const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
+        return QVariant(QByteArray(bytes, sqlite3_column_bytes(statement, column)));
     }
     case SQLITE_NULL:
         return QVariant(QMetaType::fromType<QString>());
@@ -279,13 +239,13 @@ QVariant DirectQuery::value(int column) const
 
 QString DirectQuery::text(int column) const
 {
-    const int type = api->columnType(statement, column);
+    const int type = sqlite3_column_type(statement, column);
     if (type == SQLITE_NULL)
         return QString();
     if (type != SQLITE_TEXT)
         return value(column).toString();
-    const auto* utf8 = reinterpret_cast<const char*>(api->columnText(statement, column));
-    const int size = api->columnBytes(statement, column);
+    const auto* utf8 = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    const int size = sqlite3_column_bytes(statement, column);
     static const QString empty = QStringLiteral("");
     if (size == 0)
         return empty;
@@ -308,9 +268,9 @@ QString DirectQuery::text(int column) const
 
 qint64 DirectQuery::integer(int column) const
 {
-    switch (api->columnType(statement, column)) {
+    switch (sqlite3_column_type(statement, column)) {
     case SQLITE_INTEGER:
-        return api->columnInt64(statement, column);
+        return sqlite3_column_int64(statement, column);
     case SQLITE_NULL:
         return 0;
     default:
@@ -320,9 +280,9 @@ qint64 DirectQuery::integer(int column) const
 
 int DirectQuery::toInt(int column) const
 {
-    switch (api->columnType(statement, column)) {
+    switch (sqlite3_column_type(statement, column)) {
     case SQLITE_INTEGER:
-        return QVariant(qint64(api->columnInt64(statement, column))).toInt();
+        return QVariant(qint64(sqlite3_column_int64(statement, column))).toInt();
     case SQLITE_NULL:
         return 0;
     default:

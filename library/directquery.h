@@ -18,10 +18,10 @@ struct DirectQueryApi;
 // for it; on a 100,000-row listing that costs more than running the statement. Reading the UTF-8
 // text straight into the QStrings a Track keeps gives the same values at a fraction of the cost.
 //
-// The C functions are looked up in the SQLite that Qt's driver plugin itself uses, so the handle and
-// the functions always belong to one SQLite library. Where that cannot be established (another
-// platform, a driver with a private SQLite copy, a closed connection) the object is not usable and
-// callers read through QSqlQuery as before. Every value comes out as QSqlQuery::value() would give it.
+// The program links SQLite itself and checks once that Qt's driver plugin runs on that same library,
+// so the handle and the functions always belong to one SQLite. Where that cannot be established
+// (another platform, a driver with a private SQLite copy, a closed connection) the object is not
+// usable and callers read through QSqlQuery as before. Every value comes out as QSqlQuery::value() would give it.
 class DirectQuery
 {
 public:

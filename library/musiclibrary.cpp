@@ -1,8 +1,13 @@
 #include "musiclibrary.h"
 
+#include "asrunlog.h"
 #include "directquery.h"
 #include "jsonnumber.h"
+#include "libraryconnection.h"
+#include "librarylogging.h"
 #include "librarysql.h"
+#include "pgschema.h"
+#include "trackanalysis.h"
 #include "trackparams.h"
 #include "trackrowreader.h"
 
@@ -15,14 +20,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QStandardPaths>
-#include <QThread>
 
 namespace {
-
-const QString kConnectionName = QStringLiteral("od_library");
 
 // An empty text that binds as '' (a null QString binds as NULL).
 const QString kEmptyText = QStringLiteral("");
@@ -43,6 +46,9 @@ const QString kFtsNew = QStringLiteral(
 const QString kFtsOld = QStringLiteral(
     "old.artist,old.title,old.album,old.genre,old.comment,old.filename,old.year,old.duration_str");
 
+// Rows per INSERT statement on a server (15 values each).
+constexpr qsizetype kRowsPerServerInsert = 50;
+
 bool g_ftsAvailable = false;
 bool g_ftsDisabledForTesting = false;
 
@@ -50,6 +56,20 @@ void exec(const QString& sql)
 {
     QSqlQuery q(MusicLibrary::database());
     q.exec(sql);
+}
+
+// Runs a prepared statement; a failure is logged (and may reveal a lost server) and gives false.
+bool execLogged(QSqlQuery& q, const char* operation)
+{
+    if (q.exec())
+        return true;
+    LibraryConnection::noteFailure(q.lastError(), operation);
+    return false;
+}
+
+bool onServer()
+{
+    return LibraryConnection::isServer();
 }
 
 // The column names of `tracks`, as "PRAGMA table_info" lists them.
@@ -64,14 +84,16 @@ QStringList trackColumns()
     return names;
 }
 
-// Prepares `sql` on `q`, binds `values` in order and runs it; false when any step fails.
+// Prepares `sql` on `q`, binds `values` in order and runs it; false (logged) when any step fails.
 bool execWith(QSqlQuery& q, const QString& sql, const QVariantList& values)
 {
-    if (!q.prepare(sql))
+    if (!q.prepare(sql)) {
+        LibraryConnection::noteFailure(q.lastError(), "Preparing a statement");
         return false;
+    }
     for (const QVariant& v : values)
         q.addBindValue(v);
-    return q.exec();
+    return execLogged(q, "A store statement");
 }
 
 qint64 firstValue(const QString& sql, const QVariantList& values)
@@ -155,18 +177,7 @@ bool lacksDuration(const QString& path, bool isStream, qint64 durationMs)
 
 QSqlDatabase MusicLibrary::database()
 {
-    if (QSqlDatabase::contains(kConnectionName))
-        return QSqlDatabase::database(kConnectionName, true);
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
-    const QString folder =
-        databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
-    QDir().mkpath(folder);
-    db.setDatabaseName(folder + QStringLiteral("/library.db"));
-    if (db.open() && QThread::idealThreadCount() > 1) {
-        // Lets SQLite sort a large listing's rows on a second core while it still reads them.
-        QSqlQuery(db).exec(QStringLiteral("PRAGMA threads=1"));
-    }
-    return db;
+    return LibraryConnection::database();
 }
 
 QString MusicLibrary::databaseFolder(const QString& configLocation)
@@ -179,6 +190,10 @@ QString MusicLibrary::databaseFolder(const QString& configLocation)
 void MusicLibrary::ensureSchema()
 {
     QSqlDatabase db = database();
+    if (onServer()) {
+        g_ftsAvailable = PgSchema::ensure(db);
+        return;
+    }
     exec(QStringLiteral("PRAGMA journal_mode=WAL"));
     exec(QStringLiteral("CREATE TABLE IF NOT EXISTS libraries(name TEXT PRIMARY KEY)"));
     exec(QStringLiteral(
@@ -270,11 +285,30 @@ void MusicLibrary::setFullTextSearchDisabledForTesting(bool disabled)
 
 bool MusicLibrary::initialize()
 {
-    if (!database().isOpen())
+    if (!setUpTables())
         return false;
+    importLegacyLibraries();
+    return true;
+}
+
+bool MusicLibrary::setUpTables()
+{
+    QSqlDatabase db = database();
+    if (!db.isOpen())
+        return false;
+    // On a server several machines may start at once; one sets the schema up at a time.
+    const bool server = onServer();
+    if (server)
+        PgSchema::lock(db);
     ensureSchema();
     TrackParams::ensureTable();
-    importLegacyLibraries();
+    TrackAnalysis::ensureTable();
+    AsRunLog::ensureTable();
+    if (server) {
+        PgSchema::finish(db, g_ftsAvailable);
+        PgSchema::unlock(db);
+    }
+    LibraryConnection::setSchemaReady(true);
     return true;
 }
 
@@ -312,9 +346,10 @@ bool MusicLibrary::createLibrary(const QString& name)
     if (trimmed.isEmpty())
         return false;
     QSqlQuery q(database());
-    q.prepare(QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"));
+    q.prepare(onServer() ? QStringLiteral("INSERT INTO libraries(name) VALUES(?) ON CONFLICT DO NOTHING")
+                         : QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"));
     q.addBindValue(trimmed);
-    return q.exec();
+    return execLogged(q, "Creating a library");
 }
 
 bool MusicLibrary::deleteLibrary(const QString& name)
@@ -322,19 +357,24 @@ bool MusicLibrary::deleteLibrary(const QString& name)
     QSqlQuery tracks(database());
     tracks.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
     tracks.addBindValue(name);
-    tracks.exec();
+    execLogged(tracks, "Deleting a library's tracks");
     QSqlQuery library(database());
     library.prepare(QStringLiteral("DELETE FROM libraries WHERE name=?"));
     library.addBindValue(name);
-    return library.exec();
+    return execLogged(library, "Deleting a library");
 }
 
 QStringList MusicLibrary::libraries()
 {
     QStringList names;
     QSqlQuery q(database());
-    if (!q.exec(QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE")))
+    const QString sql =
+        onServer() ? QStringLiteral("SELECT name FROM libraries ORDER BY lower(name COLLATE \"C\"), name")
+                   : QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE");
+    if (!q.exec(sql)) {
+        LibraryConnection::noteFailure(q.lastError(), "Listing the libraries");
         return names;
+    }
     while (q.next())
         names << q.value(0).toString();
     return names;
@@ -349,7 +389,7 @@ void MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
         QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
     q.addBindValue(when.toString(Qt::ISODate));
     q.addBindValue(filePath);
-    q.exec();
+    execLogged(q, "Recording a play");
 }
 
 const QStringList& MusicLibrary::supportedExtensions()
@@ -425,7 +465,7 @@ void MusicLibrary::clear()
     QSqlQuery q(database());
     q.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
     q.addBindValue(orEmpty(name));
-    q.exec();
+    execLogged(q, "Clearing a library");
 }
 
 int MusicLibrary::trackCount() const
@@ -450,6 +490,27 @@ qint64 MusicLibrary::totalDurationMs() const
 
 void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
 {
+    bindRow(insert, t);
+    execLogged(insert, "Adding a track");
+}
+
+void MusicLibrary::insertRowsOnServer(const QList<Track>& rows) const
+{
+    // A server answers each statement over the network: the rows of a batch go in one statement.
+    static const QString values = QStringLiteral(",(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+    const QString firstRow = kInsertTrack;
+    for (qsizetype first = 0; first < rows.size(); first += kRowsPerServerInsert) {
+        const qsizetype count = qMin<qsizetype>(kRowsPerServerInsert, rows.size() - first);
+        QSqlQuery insert(database());
+        insert.prepare(firstRow + values.repeated(count - 1));
+        for (qsizetype i = first; i < first + count; ++i)
+            bindRow(insert, rows.at(i));
+        execLogged(insert, "Adding tracks");
+    }
+}
+
+void MusicLibrary::bindRow(QSqlQuery& insert, const Track& t) const
+{
     insert.addBindValue(orEmpty(name));
     insert.addBindValue(t.filePath);
     insert.addBindValue(t.isStream ? kEmptyText : QFileInfo(t.filePath).fileName());
@@ -466,7 +527,6 @@ void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
     insert.addBindValue(t.isStream ? 1 : 0);
     insert.addBindValue(t.streamLimitMs);
     insert.addBindValue(QDateTime::currentDateTime().toString(Qt::ISODate));
-    insert.exec();
 }
 
 void MusicLibrary::addTrack(const Track& t)
@@ -484,10 +544,12 @@ int MusicLibrary::addFiles(const QStringList& paths)
 {
     QSqlDatabase db = database();
     db.transaction();
-    // One prepared statement serves the whole batch.
+    // One prepared statement serves the whole batch; a server takes the batch's rows at once.
+    const bool server = !folderMode && onServer();
     QSqlQuery insert(db);
-    if (!folderMode)
+    if (!folderMode && !server)
         insert.prepare(kInsertTrack);
+    QList<Track> serverRows;
     int count = 0;
     for (const QString& path : paths) {
         if (!isSupportedAudioFile(path))
@@ -496,10 +558,14 @@ int MusicLibrary::addFiles(const QStringList& paths)
         readTags(path, track);
         if (folderMode)
             tracks.append(track);
+        else if (server)
+            serverRows.append(track);
         else
             insertRow(insert, track);
         ++count;
     }
+    if (server)
+        insertRowsOnServer(serverRows);
     db.commit();
     return count;
 }
@@ -536,7 +602,7 @@ void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, con
     q.addBindValue(title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed());
     q.addBindValue(orEmpty(name));
     q.addBindValue(oldUrl);
-    q.exec();
+    execLogged(q, "Changing a stream");
 }
 
 int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
@@ -558,7 +624,7 @@ int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
     q.addBindValue(formatDuration(ms));
     q.addBindValue(orEmpty(name));
     q.addBindValue(filePath);
-    if (!q.exec())
+    if (!execLogged(q, "Storing a duration"))
         return 0;
     return q.numRowsAffected();
 }
@@ -585,7 +651,7 @@ int MusicLibrary::removeMissingFiles()
     for (const QString& path : missing) {
         remove.addBindValue(orEmpty(name));
         remove.addBindValue(path);
-        remove.exec();
+        execLogged(remove, "Removing a missing file");
     }
     db.commit();
     return missing.size();
@@ -610,7 +676,7 @@ QStringList MusicLibrary::filesWithoutDuration() const
     // the order the table shows them; the filter runs here rather than in SQL for that reason.
     const QString sql =
         QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
-        librarysql::orderByArtistTitle;
+        (onServer() ? librarysql::serverOrderByArtistTitle : librarysql::orderByArtistTitle);
     const QVariantList values{orEmpty(name)};
     auto keep = [&paths](const QString& path, int isStream, qint64 durationMs) {
         if (lacksDuration(path, isStream != 0, durationMs))
@@ -660,9 +726,11 @@ void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& va
     values << QString(QLatin1Char('%') + value + QLatin1Char('%'));
 }
 
-QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& values) const
+QList<Track> MusicLibrary::runListing(const QString& embeddedSql, const QVariantList& values) const
 {
     QList<Track> result;
+    // A server has no NOCASE collation and a case-sensitive LIKE: its forms say the same in its words.
+    const QString sql = onServer() ? serverForm(embeddedSql) : embeddedSql;
     // Column names are resolved once per result set; 100,000 rows must list in well under a second.
     DirectQuery direct(database());
     if (direct.isUsable()) {
@@ -681,6 +749,34 @@ QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& va
     while (q.next())
         result.append(reader.read(q));
     return result;
+}
+
+QList<Track> MusicLibrary::plainListing() const
+{
+    return runListing(librarysql::plainListing, {orEmpty(name)});
+}
+
+QList<Track> MusicLibrary::fullTextListing(const QStringList& terms) const
+{
+    if (!onServer())
+        return runListing(librarysql::ftsListing, {orEmpty(name), terms.join(QLatin1Char(' '))});
+    bool ok = false;
+    const QString argument = PgSchema::searchArgument(terms, &ok);
+    if (!ok) {
+        // The embedded index fails on such a term and the search finds nothing; so here too.
+        qCInfo(lcLibrary).noquote() << "Search terms not understood:" << terms.join(QLatin1Char(' '));
+        return {};
+    }
+    return runListing(librarysql::serverFtsListing, {orEmpty(name), argument});
+}
+
+QString MusicLibrary::serverForm(QString sql)
+{
+    sql.replace(QStringLiteral("SELECT * FROM"),
+                QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
+    sql.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
+    sql.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
+    return sql;
 }
 
 QList<Track> MusicLibrary::filterInMemory(const Query& q) const
@@ -712,7 +808,7 @@ QList<Track> MusicLibrary::search(const QString& text) const
     }
     const QString t = text.trimmed();
     if (t.isEmpty())
-        return runListing(librarysql::plainListing, {orEmpty(name)});
+        return plainListing();
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
         return runListing(librarysql::likeSearch,
@@ -720,10 +816,9 @@ QList<Track> MusicLibrary::search(const QString& text) const
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);
-    const QString match = terms.join(QLatin1Char(' '));
-    if (match.isEmpty())
-        return runListing(librarysql::plainListing, {orEmpty(name)});
-    return runListing(librarysql::ftsListing, {orEmpty(name), match});
+    if (terms.isEmpty())
+        return plainListing();
+    return fullTextListing(terms);
 }
 
 QList<Track> MusicLibrary::query(const Query& q) const
@@ -743,10 +838,9 @@ QList<Track> MusicLibrary::query(const Query& q) const
         appendFtsTerms(terms, QStringLiteral("filename"), q.filename);
         appendFtsTerms(terms, QStringLiteral("year"), q.year);
         appendFtsTerms(terms, QStringLiteral("duration_str"), q.duration);
-        const QString match = terms.join(QLatin1Char(' '));
-        if (match.isEmpty())
+        if (terms.isEmpty())
             return search(QString());
-        return runListing(librarysql::ftsListing, {orEmpty(name), match});
+        return fullTextListing(terms);
     }
     QStringList conditions;
     QVariantList values;

@@ -46,6 +46,8 @@ public:
     // Opens the database and, when it is open, sets up the schema, the track-parameter table and
     // imports legacy JSON libraries once. Returns whether the database is open.
     static bool initialize();
+    // The same without the legacy import: the tables of the store, created and migrated.
+    static bool setUpTables();
     // One-time import of the JSON libraries of the configuration location's "libraries" folder.
     static void importLegacyLibraries();
     // Test hook: forces the LIKE forms of search and query, as on an SQLite without FTS5.
@@ -96,8 +98,16 @@ public:
 
 private:
     QList<Track> filterInMemory(const Query& q) const;
+    QList<Track> plainListing() const;
+    // The full-text form for the terms of appendFtsTerms (not empty).
+    QList<Track> fullTextListing(const QStringList& terms) const;
+    // An embedded listing statement in the words of a PostgreSQL server.
+    static QString serverForm(QString sql);
     QList<Track> runListing(const QString& sql, const QVariantList& values) const;
     void insertRow(QSqlQuery& insert, const Track& t) const;
+    void insertRowsOnServer(const QList<Track>& rows) const;
+    // Binds the 15 values of a new row, in the order of the insert statement.
+    void bindRow(QSqlQuery& insert, const Track& t) const;
 };
 
 Q_DECLARE_METATYPE(MusicLibrary::Query)

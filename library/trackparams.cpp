@@ -1,11 +1,14 @@
 #include "trackparams.h"
 
 #include "jsonnumber.h"
+#include "libraryconnection.h"
+#include "librarylogging.h"
 #include "musiclibrary.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
 
@@ -104,9 +107,27 @@ TrackParams TrackParams::load(const QString& filepath)
     QSqlQuery q(MusicLibrary::database());
     q.prepare(QStringLiteral("SELECT params FROM track_params WHERE filepath=?"));
     q.addBindValue(filepath);
-    if (!q.exec() || !q.next())
+    if (!q.exec()) {
+        LibraryConnection::noteFailure(q.lastError(), "Reading track parameters");
+        return TrackParams();
+    }
+    if (!q.next())
         return TrackParams();
     return fromJson(q.value(0).toString().toUtf8());
+}
+
+QHash<QString, TrackParams> TrackParams::loadAll()
+{
+    QHash<QString, TrackParams> all;
+    QSqlQuery q(MusicLibrary::database());
+    q.setForwardOnly(true);
+    if (!q.exec(QStringLiteral("SELECT filepath, params FROM track_params"))) {
+        qCWarning(lcLibrary) << "Reading all track parameters failed:" << q.lastError().text();
+        return all;
+    }
+    while (q.next())
+        all.insert(q.value(0).toString(), fromJson(q.value(1).toString().toUtf8()));
+    return all;
 }
 
 void TrackParams::save(const QString& filepath, const TrackParams& params)
@@ -122,7 +143,8 @@ void TrackParams::save(const QString& filepath, const TrackParams& params)
                              "UPDATE SET params=excluded.params"));
     q.addBindValue(filepath);
     q.addBindValue(QString::fromUtf8(params.toJson()));
-    q.exec();
+    if (!q.exec())
+        LibraryConnection::noteFailure(q.lastError(), "Saving track parameters");
 }
 
 void TrackParams::remove(const QString& filepath)
@@ -130,7 +152,8 @@ void TrackParams::remove(const QString& filepath)
     QSqlQuery q(MusicLibrary::database());
     q.prepare(QStringLiteral("DELETE FROM track_params WHERE filepath=?"));
     q.addBindValue(filepath);
-    q.exec();
+    if (!q.exec())
+        LibraryConnection::noteFailure(q.lastError(), "Removing track parameters");
 }
 
 void TrackParams::ensureTable()

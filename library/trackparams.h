@@ -2,6 +2,7 @@
 
 #include <QDate>
 #include <QDateTime>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -38,6 +39,8 @@ struct TrackParams {
     static TrackParams fromJson(const QByteArray& json);
 
     static TrackParams load(const QString& filepath);
+    // Every stored record by file path, in one query (the scheduler reads a whole library's at once).
+    static QHash<QString, TrackParams> loadAll();
     static void save(const QString& filepath, const TrackParams& params);
     static void remove(const QString& filepath);
     static void ensureTable();

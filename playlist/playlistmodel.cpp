@@ -493,6 +493,11 @@ void PlaylistModel::appendTrack(const Track& track)
     insertTrack(rowCount(), track);
 }
 
+void PlaylistModel::appendTracks(const QList<Track>& tracks)
+{
+    insertTracksAt(rowCount(), tracks);
+}
+
 void PlaylistModel::insertTrack(int row, const Track& track)
 {
     insertTracksAt(row, QList<Track>{track});

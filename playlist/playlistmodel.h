@@ -97,6 +97,8 @@ public:
 public slots:
     // --- structure (each recomputes start times unless stated) -----------------------------
     void appendTrack(const Track& track);
+    // Appends many rows with one insert notification and one schedule pass (a long playlist file).
+    void appendTracks(const QList<Track>& tracks);
     void insertTrack(int row, const Track& track);
     void removeTrack(int row);
     void removeTracksAfter(int row = -1);

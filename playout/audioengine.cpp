@@ -1,14 +1,18 @@
 #include "audioengine.h"
 
-#include "levelsource.h"
+#include "deck.h"
 #include "mixrules.h"
-#include "playoutlog.h"
+#include "outputdevice.h"
+#include "outputwatcher.h"
 #include "playlistmodel.h"
-#include "trackparams.h"
+#include "playoutlog.h"
+#include "playoutlogging.h"
+#include "relay.h"
+#include "streamtitle.h"
+#include "voiceoverplayer.h"
 #include "voiceoverrules.h"
 
 #include <QAudioDevice>
-#include <QAudioOutput>
 #include <QFileInfo>
 #include <QMediaDevices>
 #include <QMediaMetaData>
@@ -19,10 +23,6 @@
 #include <algorithm>
 
 namespace {
-
-constexpr int relayReconnectMs = 5000;
-// A live relay whose position has not moved for this long is treated as lost.
-constexpr qint64 relayStallMs = 5000;
 
 // A little more than the player's interval between position reports.
 constexpr qint64 positionReportMs = 150;
@@ -37,33 +37,42 @@ int readInt(const char* key, int fallback)
     return QSettings().value(QLatin1String(key), fallback).toInt();
 }
 
-// The output whose description equals "audio/outputDevice" exactly; when none does (or the
-// setting is empty), the system's default output.
-QAudioDevice configuredOutputDevice()
+// Where a row's audio comes from; empty for a file that is not there (the deck then reports no
+// media and the playlist waits).
+QUrl sourceOf(const Track& track)
 {
-    const QString wanted = QSettings().value(QStringLiteral("audio/outputDevice")).toString();
-    if (!wanted.isEmpty()) {
-        const QList<QAudioDevice> devices = QMediaDevices::audioOutputs();
-        for (const QAudioDevice& candidate : devices) {
-            if (candidate.description() == wanted)
-                return candidate;
-        }
-    }
-    return QMediaDevices::defaultAudioOutput();
-}
-
-// The gain a voiceover is played at: its level, allowed up to twice the music's.
-float voiceoverGain(double level)
-{
-    return float(std::clamp(level, 0.0, 2.0));
+    if (track.filePath.isEmpty())
+        return QUrl();
+    if (track.isStream)
+        return QUrl::fromUserInput(track.filePath);
+    return QFileInfo::exists(track.filePath) ? QUrl::fromLocalFile(track.filePath) : QUrl();
 }
 
 } // namespace
 
 AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
 {
+    // For queued connections and QSignalSpy on the typed signals.
+    qRegisterMetaType<TrackEndReason>("TrackEndReason");
+    qRegisterMetaType<RelayState>("RelayState");
+
     setupDeck(0);
     setupDeck(1);
+    m_voiceover = new VoiceoverPlayer(this);
+    m_relay = new Relay(this);
+    connect(m_relay, &Relay::stateChanged, this,
+            [this](RelayState state) { emit relayStatusChanged(state, m_relay->source()); });
+    connect(m_relay, &Relay::wentLive, this, &AudioEngine::onRelayLive);
+    connect(m_relay, &Relay::lost, this, &AudioEngine::onRelayLost);
+    connect(m_relay, &Relay::reconnecting, this, [this] { emit logMessage(PlayoutLog::relayReconnecting); });
+    connect(m_relay, &Relay::errorOccurred, this,
+            [this](const QString& text) { emit logMessage(PlayoutLog::relayError + text); });
+    connect(m_relay, &Relay::bufferReady, this, &AudioEngine::onRelayBuffer);
+    connect(m_relay, &Relay::metadataChanged, this, [this](const QString& text) {
+        emit streamMetadata(text);
+        emit logMessage(PlayoutLog::streamMetadata + text);
+    });
+
     reloadSettings();
     m_streamLimitTimer = new QTimer(this);
     m_streamLimitTimer->setSingleShot(true);
@@ -71,49 +80,40 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_streamLimitTimer->setTimerType(Qt::PreciseTimer);
     connect(m_streamLimitTimer, &QTimer::timeout, this, [this] {
         emit logMessage(PlayoutLog::streamLimit);
+        // The planned end of a stream entry, as a cue-out is for a file.
+        endAiring(m_currentDeck, TrackEndReason::End);
         next();
     });
-    m_voiceoversEnabled = voiceoversEnabledSetting();
-    m_reconnectTimer = new QTimer(this);
-    m_reconnectTimer->setInterval(relayReconnectMs);
-    connect(m_reconnectTimer, &QTimer::timeout, this, &AudioEngine::reconnectRelay);
-    m_relayStallTimer = new QTimer(this);
-    m_relayStallTimer->setInterval(500);
-    connect(m_relayStallTimer, &QTimer::timeout, this, &AudioEngine::checkRelayStall);
+    m_voiceover->setEnabled(voiceoversEnabledSetting());
     m_mixPointTimer = new QTimer(this);
     m_mixPointTimer->setSingleShot(true);
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
-            [this] { checkMix(m_decks[m_currentDeck].player->position()); });
+            [this] { checkMix(m_decks[m_currentDeck]->player()->position()); });
+    connect(new OutputWatcher(this), &OutputWatcher::outputsChanged, this, &AudioEngine::onOutputsChanged);
 }
 
 void AudioEngine::setupDeck(int index)
 {
-    Deck& deck = m_decks[index];
-    deck.player = new QMediaPlayer(this);
-    deck.output = new QAudioOutput(this);
-    deck.player->setAudioOutput(deck.output);
-    deck.bufferOutput = new LevelSource(deck.player, this);
-    deck.fadeTimer = new QTimer(this);
-    deck.fadeTimer->setInterval(DeckFade::tickMs);
-    // Fades are heard: keep the steps even rather than coalesced with other timers.
-    deck.fadeTimer->setTimerType(Qt::PreciseTimer);
-
-    connect(deck.fadeTimer, &QTimer::timeout, this, [this, index] { onFadeTick(index); });
-    connect(deck.bufferOutput, &LevelSource::bufferReady, this,
-            [this, index](const QAudioBuffer& buffer) { onDeckBuffer(index, buffer); });
-    connect(deck.player, &QMediaPlayer::positionChanged, this,
+    Deck* deck = new Deck(this);
+    m_decks[index] = deck;
+    QMediaPlayer* player = deck->player();
+    connect(deck, &Deck::levelMeasured, this,
+            [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
+    connect(deck, &Deck::beganToSound, this, &AudioEngine::trackStarted);
+    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
+    connect(player, &QMediaPlayer::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
-    connect(deck.player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
+    connect(player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
         if (index == m_currentDeck)
             emit durationChanged(duration);
     });
-    connect(deck.player, &QMediaPlayer::playbackStateChanged, this,
+    connect(player, &QMediaPlayer::playbackStateChanged, this,
             [this](QMediaPlayer::PlaybackState) { emit playingChanged(isPlaying()); });
-    connect(deck.player, &QMediaPlayer::mediaStatusChanged, this,
+    connect(player, &QMediaPlayer::mediaStatusChanged, this,
             [this, index](QMediaPlayer::MediaStatus status) { onMediaStatus(index, status); });
-    connect(deck.player, &QMediaPlayer::errorOccurred, this, &AudioEngine::onPlayerError);
-    connect(deck.player, &QMediaPlayer::metaDataChanged, this, [this, index] { onMetaData(index); });
+    connect(player, &QMediaPlayer::errorOccurred, this, &AudioEngine::onPlayerError);
+    connect(player, &QMediaPlayer::metaDataChanged, this, [this, index] { onMetaData(index); });
 }
 
 void AudioEngine::setPlaylist(PlaylistModel* model)
@@ -136,10 +136,21 @@ void AudioEngine::onRowsInserted(int first, int last)
 {
     if (m_currentRow >= std::max(first, 0))
         m_currentRow += last - first + 1;
+    for (Deck* deck : m_decks) {
+        if (deck->airingRow() >= std::max(first, 0))
+            deck->setAiringRow(deck->airingRow() + last - first + 1);
+    }
 }
 
 void AudioEngine::onRowsRemoved(int first, int last)
 {
+    for (Deck* deck : m_decks) {
+        const int row = deck->airingRow();
+        if (row > last)
+            deck->setAiringRow(row - (last - first + 1));
+        else if (row >= first)
+            deck->setAiringRow(-1); // its row is gone; the track itself is still reported
+    }
     if (m_currentRow < 0)
         return;
     if (last < m_currentRow)
@@ -150,52 +161,52 @@ void AudioEngine::onRowsRemoved(int first, int last)
 
 bool AudioEngine::isPlaying() const
 {
-    return m_decks[m_currentDeck].player->playbackState() == QMediaPlayer::PlayingState;
+    return m_decks[m_currentDeck]->isPlaying();
 }
 
 qint64 AudioEngine::position() const
 {
-    return m_decks[m_currentDeck].player->position();
+    return m_decks[m_currentDeck]->player()->position();
 }
 
 qint64 AudioEngine::duration() const
 {
-    return m_decks[m_currentDeck].player->duration();
+    return m_decks[m_currentDeck]->player()->duration();
 }
 
 double AudioEngine::deckGain(int deck) const
 {
-    return m_decks[deck & 1].fade.gain;
+    return m_decks[deck & 1]->gain();
 }
 
 double AudioEngine::deckOutputVolume(int deck) const
 {
-    return m_decks[deck & 1].output->volume();
+    return m_decks[deck & 1]->outputVolume();
 }
 
 bool AudioEngine::deckFading(int deck) const
 {
-    return m_decks[deck & 1].fadeTimer->isActive();
+    return m_decks[deck & 1]->fading();
 }
 
 QMediaPlayer::PlaybackState AudioEngine::deckState(int deck) const
 {
-    return m_decks[deck & 1].player->playbackState();
+    return m_decks[deck & 1]->state();
 }
 
 int AudioEngine::deckRow(int deck) const
 {
-    return m_decks[deck & 1].row;
+    return m_decks[deck & 1]->row();
 }
 
 QString AudioEngine::outputDeviceDescription() const
 {
-    return m_decks[0].output->device().description();
+    return m_decks[0]->device().description();
 }
 
 QString AudioEngine::relayOutputDeviceDescription() const
 {
-    return m_relayOutput ? m_relayOutput->device().description() : QString();
+    return m_relay->outputDeviceDescription();
 }
 
 int AudioEngine::streamTimeLeftMs() const
@@ -203,12 +214,52 @@ int AudioEngine::streamTimeLeftMs() const
     return m_streamLimitTimer->isActive() ? m_streamLimitTimer->remainingTime() : -1;
 }
 
+bool AudioEngine::voiceoverArmed() const
+{
+    return m_voiceover->isArmed();
+}
+
+qint64 AudioEngine::voiceoverInsertAt() const
+{
+    return m_voiceover->insertAt();
+}
+
+QString AudioEngine::voiceoverFile() const
+{
+    return m_voiceover->file();
+}
+
+bool AudioEngine::voiceoversEnabled() const
+{
+    return m_voiceover->isEnabled();
+}
+
+bool AudioEngine::isRelayLive() const
+{
+    return m_relay->isLive();
+}
+
+bool AudioEngine::isRelaying() const
+{
+    return m_relay->isActive();
+}
+
+QString AudioEngine::relaySource() const
+{
+    return m_relay->source();
+}
+
+RelayState AudioEngine::relayState() const
+{
+    return m_relay->state();
+}
+
 void AudioEngine::reloadSettings()
 {
     m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
     m_outputDevice = configuredOutputDevice();
-    for (Deck& deck : m_decks)
-        deck.output->setDevice(m_outputDevice);
+    for (Deck* deck : m_decks)
+        deck->setDevice(m_outputDevice);
 
     m_volume = readInt("audio/defaultVolume", 80) / 100.0;
     m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
@@ -217,7 +268,62 @@ void AudioEngine::reloadSettings()
     m_autoPlayNext = readBool("playback/autoPlayNext", true);
     m_minCrossfadeMs = readInt("playback/minCrossfadeMs", 45000);
     m_mix = MixSettings::fromSettings();
+    m_useCuePoints = readBool("playback/useCuePoints", false);
+    m_normalizeLoudness = readBool("playback/normalizeLoudness", false);
+    m_targetLufs = QSettings().value(QStringLiteral("analysis/targetLufs"), -18.0).toDouble();
     applyBothDecks();
+}
+
+void AudioEngine::onOutputsChanged()
+{
+    const QList<QAudioDevice> outputs = QMediaDevices::audioOutputs();
+    const bool hadDevice = m_hasOutputDevice;
+    m_hasOutputDevice = !outputs.isEmpty();
+    if (!m_hasOutputDevice) {
+        if (hadDevice) {
+            qCWarning(lcPlayout) << "every audio output is gone; last in use:"
+                                 << m_outputDevice.description();
+            emit logMessage(PlayoutLog::noDevice);
+        }
+        return;
+    }
+    if (!hadDevice) {
+        // Outputs are back after there were none: the configured one if it is among them.
+        m_outputDevice = configuredOutputDevice();
+        for (Deck* deck : m_decks)
+            deck->setDevice(m_outputDevice);
+        return;
+    }
+    const QAudioDevice fallback = QMediaDevices::defaultAudioOutput();
+    if (m_relay->isActive() && !m_relay->outputDeviceDescription().isEmpty()) {
+        bool relayListed = false;
+        for (const QAudioDevice& device : outputs)
+            relayListed = relayListed || device.description() == m_relay->outputDeviceDescription();
+        if (!relayListed)
+            m_relay->setDevice(fallback);
+    }
+    if (outputListed(m_outputDevice, outputs))
+        return;
+    const QString line = PlayoutLog::outputLost + m_outputDevice.description() + PlayoutLog::outputMoved +
+                         fallback.description();
+    qCWarning(lcPlayout).noquote() << line;
+    m_outputDevice = fallback;
+    for (Deck* deck : m_decks)
+        deck->setDevice(fallback);
+    m_voiceover->setDevice(fallback);
+    emit logMessage(line);
+}
+
+int AudioEngine::nextRow() const
+{
+    if (!m_playlist)
+        return -1;
+    if (!m_playlist->queue().isEmpty())
+        return m_playlist->queue().first();
+    if (m_shuffle)
+        return -1;
+    const int row = m_currentRow + 1;
+    return row < m_playlist->rowCount() ? row : -1;
 }
 
 QString AudioEngine::displayText(const Track& track)
@@ -239,6 +345,21 @@ bool AudioEngine::isCommandRow(int row) const
     return isValidRow(row) && m_playlist->tracks().at(row).isCommand;
 }
 
+void AudioEngine::endAiring(int index, TrackEndReason reason)
+{
+    Deck* deck = m_decks[index & 1];
+    if (!deck->isAiring())
+        return;
+    const qint64 played = deck->endAiring();
+    emit trackEnded(deck->airingRow(), deck->airingTrack(), reason, played);
+}
+
+void AudioEngine::endAllAirings(TrackEndReason reason)
+{
+    endAiring(m_currentDeck, reason);
+    endAiring(1 - m_currentDeck, reason);
+}
+
 void AudioEngine::playRow(int row)
 {
     if (!isValidRow(row))
@@ -249,6 +370,15 @@ void AudioEngine::playRow(int row)
     m_mixTriggered = false;
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
+    // Read once here: the mix check and the voiceover use these until the next row is taken.
+    m_currentParams = m_current.isCommand || m_current.filePath.isEmpty()
+                          ? TrackParams()
+                          : TrackParams::load(m_current.filePath);
+    m_currentAnalysis = TrackAnalysis();
+    if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isCommand && !m_current.isStream &&
+        !m_current.filePath.isEmpty())
+        m_currentAnalysis = TrackAnalysis::load(m_current.filePath);
+    m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, m_targetLufs);
 
     emit currentRowChanged(row);
     m_lastStreamTitle.clear();
@@ -258,11 +388,12 @@ void AudioEngine::playRow(int row)
     if (m_current.isCommand) {
         const QString command = m_current.command.toLower();
         if (command == QLatin1String("stop")) {
+            endAllAirings(TrackEndReason::Stop);
             stopBothDecks();
             emit playingChanged(false);
             emit logMessage(PlayoutLog::stopCommand);
         } else if (command == QLatin1String("pause")) {
-            m_decks[m_currentDeck].player->pause();
+            m_decks[m_currentDeck]->player()->pause();
             emit logMessage(PlayoutLog::pauseCommand);
         } else {
             emit logMessage(PlayoutLog::command + command);
@@ -276,7 +407,13 @@ void AudioEngine::playRow(int row)
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
+    if (!m_current.isStream && sourceOf(m_current).isEmpty()) {
+        // The deck gets no source and the playlist waits here, as for any row with no media.
+        qCWarning(lcPlayout) << "file not found:" << m_current.filePath;
+        emit logMessage(PlayoutLog::fileNotFound + m_current.filePath);
+    }
 
+    endAllAirings(TrackEndReason::Skip);
     if (!m_crossfadeEnabled || !isPlaying()) {
         stopBothDecks();
         startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
@@ -292,40 +429,14 @@ void AudioEngine::playRow(int row)
 
 void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
-    Deck& deck = m_decks[index];
-    deck.row = row;
-    deck.fadeTimer->stop();
-    deck.fade.stopAfterFade = false;
-
-    QUrl source;
-    if (m_current.isStream && !m_current.filePath.isEmpty())
-        source = QUrl::fromUserInput(m_current.filePath);
-    else if (!m_current.isStream && !m_current.filePath.isEmpty() && QFileInfo::exists(m_current.filePath))
-        source = QUrl::fromLocalFile(m_current.filePath);
-
-    // Setting the source just before playing keeps the sound server from buffering seconds of
-    // audio at a stale volume.
-    if (deck.player->source() == source)
-        deck.player->setPosition(0);
-    else
-        deck.player->setSource(source);
-
-    if (fadeIn) {
-        deck.fade.gain = 0.0;
-        applyDeckVolume(index);
-        deck.player->play();
-        fadeTo(index, 1.0, m_fadeInMs, false);
-    } else {
-        deck.fade.gain = 1.0;
-        applyDeckVolume(index);
-        deck.player->play();
-    }
+    Deck* deck = m_decks[index];
+    deck->setTrackGain(m_plan.gain);
+    deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
 
 void AudioEngine::stopDeck(int index)
 {
-    m_decks[index].fadeTimer->stop();
-    m_decks[index].player->stop();
+    m_decks[index]->stop();
 }
 
 void AudioEngine::stopBothDecks()
@@ -344,7 +455,7 @@ void AudioEngine::play()
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
-    QMediaPlayer* player = m_decks[m_currentDeck].player;
+    QMediaPlayer* player = m_decks[m_currentDeck]->player();
     if (player->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
             playRow(std::max(m_currentRow, 0));
@@ -355,22 +466,23 @@ void AudioEngine::play()
 
 void AudioEngine::pause()
 {
-    m_decks[m_currentDeck].player->pause();
+    m_decks[m_currentDeck]->player()->pause();
 }
 
 void AudioEngine::togglePause()
 {
     if (isPlaying())
-        m_decks[m_currentDeck].player->pause();
+        m_decks[m_currentDeck]->player()->pause();
     else
-        m_decks[m_currentDeck].player->play();
+        m_decks[m_currentDeck]->player()->play();
 }
 
 void AudioEngine::stop()
 {
-    stopVoiceover();
+    m_voiceover->disarm();
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
+    endAllAirings(TrackEndReason::Stop);
     stopBothDecks();
     emit logMessage(PlayoutLog::stop);
 }
@@ -417,13 +529,12 @@ void AudioEngine::setVolume(int percent)
     m_volume = std::clamp(percent, 0, 100) / 100.0;
     applyBothDecks();
     // The relay follows the master volume (not the ducking), so the fader works while live.
-    if (m_relayOutput)
-        m_relayOutput->setVolume(float(m_volume));
+    m_relay->setVolume(m_volume);
 }
 
 void AudioEngine::setPosition(qint64 ms)
 {
-    m_decks[m_currentDeck].player->setPosition(ms);
+    m_decks[m_currentDeck]->player()->setPosition(ms);
 }
 
 void AudioEngine::setDucked(bool ducked)
@@ -448,8 +559,7 @@ void AudioEngine::setShuffle(bool on)
 
 void AudioEngine::applyDeckVolume(int index)
 {
-    Deck& deck = m_decks[index & 1];
-    deck.output->setVolume(float(effectiveVolume(deck.fade.gain, m_volume, m_ducked)));
+    m_decks[index & 1]->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::applyBothDecks()
@@ -460,43 +570,14 @@ void AudioEngine::applyBothDecks()
 
 void AudioEngine::fadeTo(int index, double target, int ms, bool stopAtEnd)
 {
-    Deck& deck = m_decks[index & 1];
-    const DeckFade::StartResult result = deck.fade.start(target, ms, stopAtEnd);
-    if (ms <= 0) {
-        applyDeckVolume(index);
-        if (result.stopPlayer)
-            stopDeck(index);
-        return;
-    }
-    if (result.runTimer)
-        deck.fadeTimer->start();
-    else
-        applyDeckVolume(index);
+    m_decks[index & 1]->fadeTo(target, ms, stopAtEnd);
 }
 
-void AudioEngine::onFadeTick(int index)
+void AudioEngine::onDeckLevel(int index, const QAudioBuffer& buffer)
 {
-    Deck& deck = m_decks[index];
-    const DeckFade::TickResult result = deck.fade.tick();
-    if (result.finished)
-        deck.fadeTimer->stop();
-    if (result.stopPlayer)
-        stopDeck(index);
-    applyDeckVolume(index);
-}
-
-void AudioEngine::onDeckBuffer(int index, const QAudioBuffer& buffer)
-{
-    const PeakLevels peaks = peakLevels(buffer);
-    if (!peaks.valid)
-        return;
-    Deck& deck = m_decks[index];
-    const double factor = deck.fade.gain * m_volume * (m_ducked ? duckFactor : 1.0);
-    deck.levelLeft = peaks.left * factor;
-    deck.levelRight = peaks.right * factor;
-    deck.levelValid = true;
-    emit levels(std::max(m_decks[0].levelLeft, m_decks[1].levelLeft),
-                std::max(m_decks[0].levelRight, m_decks[1].levelRight));
+    const Deck* a = m_decks[0];
+    const Deck* b = m_decks[1];
+    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
     if (index == m_currentDeck)
         emit audioBufferReady(buffer);
 }
@@ -514,30 +595,27 @@ void AudioEngine::checkMix(qint64 position)
 {
     if (m_mixTriggered || !m_autoPlayNext)
         return;
-    const Deck& deck = m_decks[m_currentDeck];
-    const qint64 duration = deck.player->duration();
-    const qint64 remaining = duration - position;
-    // Without crossfade nothing mixes; skip loading the track's parameters ten times a second.
-    if (!m_crossfadeEnabled || duration < 1)
+    const Deck* deck = m_decks[m_currentDeck];
+    const qint64 fileDuration = deck->player()->duration();
+    if (!m_crossfadeEnabled || fileDuration < 1)
         return;
+    // A cue-out is the track's end for the mix as well.
+    const qint64 duration = m_plan.endMs > 0 ? std::min(m_plan.endMs, fileDuration) : fileDuration;
+    const qint64 remaining = duration - position;
 
-    int trackMix = -1;
-    int trackFadeOut = -1;
     int rowMix = -1;
     int rowFadeOut = -1;
     if (isValidRow(m_currentRow)) {
-        const TrackParams params = TrackParams::load(m_current.filePath);
-        trackMix = params.mix;
-        trackFadeOut = params.fadeOut;
         const PlaylistModel::MixOverride override = m_playlist->rowMixOverride(m_currentRow);
         rowMix = override.first;
         rowFadeOut = override.second;
     }
-    MixSettings settings = effectiveMixSettings(m_mix, trackMix, trackFadeOut, rowMix, rowFadeOut);
+    MixSettings settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, duration),
+                                                m_currentParams.fadeOut, rowMix, rowFadeOut);
     settings.crossfadeEnabled = m_crossfadeEnabled;
 
-    const bool levelValid = deck.levelValid;
-    const double levelDb = levelValid ? toDb(std::max(deck.levelLeft, deck.levelRight)) : -100.0;
+    const bool levelValid = deck->levelValid();
+    const double levelDb = levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
     if (!shouldMix(settings, duration, remaining, levelDb, levelValid)) {
         const qint64 untilMixPoint = remaining - settings.mixPointMs;
         if (untilMixPoint > 0 && untilMixPoint < positionReportMs && isPlaying())
@@ -552,6 +630,7 @@ void AudioEngine::checkMix(qint64 position)
         return;
 
     m_mixTriggered = true;
+    endAiring(m_currentDeck, TrackEndReason::Mix);
     if (settings.fadeOutOnMix && settings.fadeOutMs > 0)
         fadeTo(m_currentDeck, 0.0, settings.fadeOutMs, true);
     if (fromQueue)
@@ -561,8 +640,13 @@ void AudioEngine::checkMix(qint64 position)
 
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
-    if (status != QMediaPlayer::EndOfMedia)
-        return;
+    if (status == QMediaPlayer::EndOfMedia)
+        onTrackEnd(index);
+}
+
+void AudioEngine::onTrackEnd(int index)
+{
+    endAiring(index, TrackEndReason::End);
     if (index != m_currentDeck) {
         stopDeck(index); // the outgoing deck of a crossfade
         return;
@@ -577,8 +661,10 @@ void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
         stop();
 }
 
-void AudioEngine::onPlayerError(QMediaPlayer::Error, const QString& errorString)
+void AudioEngine::onPlayerError(QMediaPlayer::Error error, const QString& errorString)
 {
+    qCWarning(lcPlayout) << "deck player error" << error << errorString << "row" << m_currentRow
+                         << m_current.filePath;
     if (!errorString.isEmpty())
         emit logMessage(PlayoutLog::playbackError + errorString);
 }
@@ -587,14 +673,8 @@ void AudioEngine::onMetaData(int index)
 {
     if (!m_current.isStream || index != m_currentDeck)
         return;
-    const QMediaMetaData data = m_decks[index].player->metaData();
-    const QString title = data.value(QMediaMetaData::Title).toString().trimmed();
-    const QString artist = data.value(QMediaMetaData::ContributingArtist).toString().trimmed();
-    if (title.isEmpty())
-        return;
-    const QString text =
-        !artist.isEmpty() && !title.contains(artist) ? artist + QStringLiteral(" - ") + title : title;
-    if (text == m_lastStreamTitle)
+    const QString text = streamTitle(m_decks[index]->player()->metaData());
+    if (text.isEmpty() || text == m_lastStreamTitle)
         return;
     m_lastStreamTitle = text;
     emit streamMetadata(text);
@@ -603,78 +683,30 @@ void AudioEngine::onMetaData(int index)
 
 void AudioEngine::setVoiceoverEnabled(bool enabled)
 {
-    m_voiceoversEnabled = enabled;
+    m_voiceover->setEnabled(enabled);
 }
 
 bool AudioEngine::voiceoverPlaying() const
 {
-    return m_voiceoverPlayer && m_voiceoverPlayer->playbackState() == QMediaPlayer::PlayingState;
+    return m_voiceover->isPlaying();
 }
 
 void AudioEngine::armVoiceover()
 {
-    m_voiceoverArmed = false;
-    if (m_voiceoverPlayer)
-        m_voiceoverPlayer->stop();
-    if (!m_voiceoversEnabled || m_current.isCommand || m_current.isStream || m_current.filePath.isEmpty())
+    m_voiceover->disarm();
+    if (!m_voiceover->isEnabled() || m_current.isCommand || m_current.isStream ||
+        m_current.filePath.isEmpty())
         return;
-    const TrackParams params = TrackParams::load(m_current.filePath);
-    if (params.voiceoverIns < 1 || params.voiceoverSource.isEmpty())
-        return;
-    const int r = int(QRandomGenerator64::global()->bounded(100));
-    if (!shouldPlayVoiceover(params, QDate::currentDate(), r))
-        return;
-    const QString file =
-        chooseVoiceoverFile(params.voiceoverSource, QRandomGenerator64::global()->generate());
-    if (file.isEmpty())
-        return;
-
-    m_voiceoverFile = file;
-    m_voiceoverLevel = params.voiceoverLevel;
-    m_voiceoverInsertAt = voiceoverInsertPoint(params, 0);
-    m_voiceoverArmed = true;
-
-    if (!m_voiceoverPlayer) {
-        m_voiceoverPlayer = new QMediaPlayer(this);
-        m_voiceoverOutput = new QAudioOutput(this);
-        m_voiceoverPlayer->setAudioOutput(m_voiceoverOutput);
-        connect(m_voiceoverPlayer, &QMediaPlayer::durationChanged, this, &AudioEngine::onVoiceoverDuration);
-    }
-    m_voiceoverOutput->setDevice(m_outputDevice);
-    m_voiceoverOutput->setVolume(voiceoverGain(m_voiceoverLevel));
-    m_voiceoverPlayer->setSource(QUrl::fromLocalFile(file));
-    emit logMessage(PlayoutLog::voiceoverArmed + QFileInfo(file).fileName());
-}
-
-void AudioEngine::onVoiceoverDuration(qint64 durationMs)
-{
-    // Placement "end at the insert point" needs the real length, known only now.
-    if (!m_voiceoverArmed || durationMs < 1)
-        return;
-    m_voiceoverInsertAt = voiceoverInsertPoint(TrackParams::load(m_current.filePath), durationMs);
+    const QString file = m_voiceover->arm(m_currentParams, m_outputDevice);
+    if (!file.isEmpty())
+        emit logMessage(PlayoutLog::voiceoverArmed + QFileInfo(file).fileName());
 }
 
 void AudioEngine::checkVoiceover(qint64 position)
 {
-    if (!m_voiceoverArmed || m_voiceoverFile.isEmpty() || !m_voiceoverPlayer ||
-        m_voiceoverInsertAt > position)
-        return;
-    m_voiceoverArmed = false;
-    m_voiceoverOutput->setVolume(voiceoverGain(m_voiceoverLevel));
-    // A source loaded seconds ahead is heard only about two seconds after play() with the sound
-    // server here; loading it afresh starts it at once. Arming loaded it to learn its length.
-    m_voiceoverPlayer->setSource(QUrl());
-    m_voiceoverPlayer->setSource(QUrl::fromLocalFile(m_voiceoverFile));
-    m_voiceoverPlayer->setPosition(0);
-    m_voiceoverPlayer->play();
-    emit logMessage(PlayoutLog::voiceover + QFileInfo(m_voiceoverFile).fileName());
-}
-
-void AudioEngine::stopVoiceover()
-{
-    m_voiceoverArmed = false;
-    if (m_voiceoverPlayer)
-        m_voiceoverPlayer->stop();
+    const QString file = m_voiceover->fire(position);
+    if (!file.isEmpty())
+        emit logMessage(PlayoutLog::voiceover + QFileInfo(file).fileName());
 }
 
 void AudioEngine::startRelay(const QString& sourceText)
@@ -682,166 +714,48 @@ void AudioEngine::startRelay(const QString& sourceText)
     const QString source = sourceText.trimmed();
     if (source.isEmpty())
         return;
-    if (m_relayActive)
+    if (m_relay->isActive())
         stopRelay();
 
     m_resumeAfterRelay = isPlaying();
     if (m_resumeAfterRelay)
-        m_decks[m_currentDeck].player->pause();
-
-    releaseRelayPlayer();
-    m_relayLive = false;
+        m_decks[m_currentDeck]->player()->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
-    m_relayDevice = configuredOutputDevice();
-    createRelayPlayer(source);
-    m_relayActive = true;
-    m_relaySource = source;
+    m_relay->start(source, configuredOutputDevice(), m_volume);
     emit logMessage(PlayoutLog::relayStarting + source);
-    // Also a connection time-out: a server that never answers changes no status at all.
-    m_reconnectTimer->start();
-}
-
-void AudioEngine::createRelayPlayer(const QString& source)
-{
-    m_relayPlayer = new QMediaPlayer(this);
-    m_relayOutput = new QAudioOutput(this);
-    m_relayOutput->setDevice(m_relayDevice);
-    m_relayOutput->setVolume(float(m_volume));
-    m_relayPlayer->setAudioOutput(m_relayOutput);
-    m_relayLevels = new LevelSource(m_relayPlayer, this);
-    connect(m_relayLevels, &LevelSource::bufferReady, this, &AudioEngine::onRelayBuffer);
-    connect(m_relayPlayer, &QMediaPlayer::mediaStatusChanged, this, &AudioEngine::onRelayStatus);
-    connect(m_relayPlayer, &QMediaPlayer::errorOccurred, this,
-            [this](QMediaPlayer::Error, const QString& text) { emit logMessage(PlayoutLog::relayError + text); });
-    connect(m_relayPlayer, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
-        if (position != m_relayLastPosition) {
-            m_relayLastPosition = position;
-            m_relaySincePositionMoved.restart();
-        }
-    });
-    m_relayAttemptLost = false;
-    m_relayPlayer->setSource(QUrl::fromUserInput(source));
-    m_relayPlayer->play();
-}
-
-void AudioEngine::releaseRelayPlayer()
-{
-    m_relayStallTimer->stop();
-    if (m_relayPlayer) {
-        QMediaPlayer* player = m_relayPlayer;
-        QAudioOutput* output = m_relayOutput;
-        LevelSource* levels = m_relayLevels;
-        player->disconnect(this);
-        levels->disconnect(this);
-        output->setMuted(true);
-        const auto dispose = [player, output, levels] {
-            player->deleteLater();
-            output->deleteLater();
-            levels->deleteLater();
-        };
-        if (player->mediaStatus() == QMediaPlayer::LoadingMedia) {
-            // Tearing down an attempt that still waits for the server blocks this thread for
-            // about a second in the backend; let it run into its own time-out first.
-            connect(player, &QMediaPlayer::mediaStatusChanged, output, [player, dispose] {
-                if (player->mediaStatus() != QMediaPlayer::LoadingMedia)
-                    dispose();
-            });
-        } else {
-            player->stop();
-            dispose();
-        }
-    }
-    m_relayPlayer = nullptr;
-    m_relayOutput = nullptr;
-    m_relayLevels = nullptr;
 }
 
 void AudioEngine::stopRelay()
 {
-    if (!m_relayActive)
+    if (!m_relay->isActive())
         return;
-    m_relayActive = false;
-    m_relayLive = false;
-    m_reconnectTimer->stop();
-    releaseRelayPlayer();
-    emit relayStateChanged(false, m_relaySource, false);
+    m_relay->stop();
+    emit relayStateChanged(false, m_relay->source(), false);
     emit logMessage(PlayoutLog::relayStopped);
     if (QSettings().value(QStringLiteral("relay/startNextOnStop"), false).toBool())
         next();
     else if (m_resumeAfterRelay && !isPlaying())
-        m_decks[m_currentDeck].player->play();
+        m_decks[m_currentDeck]->player()->play();
 }
 
-void AudioEngine::onRelayStatus(QMediaPlayer::MediaStatus status)
+void AudioEngine::onRelayLive()
 {
-    if (!m_relayActive)
-        return;
-    switch (status) {
-    case QMediaPlayer::NoMedia:
-    case QMediaPlayer::StalledMedia:
-    case QMediaPlayer::EndOfMedia:
-    case QMediaPlayer::InvalidMedia:
-        relayStreamLost();
-        break;
-    case QMediaPlayer::LoadedMedia:
-    case QMediaPlayer::BufferedMedia:
-        if (!m_relayLive)
-            relayGoesLive();
-        break;
-    default:
-        break;
+    endAllAirings(TrackEndReason::Relay);
+    for (Deck* deck : m_decks) {
+        if (deck->isPlaying())
+            deck->player()->pause();
     }
-}
-
-void AudioEngine::relayGoesLive()
-{
-    m_relayLive = true;
-    m_reconnectTimer->stop();
-    for (Deck& deck : m_decks) {
-        if (deck.player->playbackState() == QMediaPlayer::PlayingState)
-            deck.player->pause();
-    }
-    m_relayLastPosition = -1;
-    m_relaySincePositionMoved.restart();
-    m_relayStallTimer->start();
-    emit relayStateChanged(true, m_relaySource, true);
+    emit relayStateChanged(true, m_relay->source(), true);
     emit logMessage(PlayoutLog::relayLive);
 }
 
-void AudioEngine::relayStreamLost()
+void AudioEngine::onRelayLost()
 {
-    m_relayLive = false;
-    m_relayAttemptLost = true;
-    m_relayStallTimer->stop();
     if (m_resumeAfterRelay && isValidRow(m_currentRow) && !isPlaying())
-        m_decks[m_currentDeck].player->play();
-    if (!m_reconnectTimer->isActive())
-        m_reconnectTimer->start();
-    emit relayStateChanged(true, m_relaySource, false);
+        m_decks[m_currentDeck]->player()->play();
+    emit relayStateChanged(true, m_relay->source(), false);
     emit logMessage(PlayoutLog::relayLost);
-}
-
-void AudioEngine::reconnectRelay()
-{
-    if (!m_relayActive || m_relayLive || !m_relayPlayer)
-        return;
-    // An attempt that is not live five seconds later and has reported nothing (a server that
-    // never answers changes no status) has failed as well: the playlist gets the air back first.
-    if (!m_relayAttemptLost)
-        relayStreamLost();
-    emit logMessage(PlayoutLog::relayReconnecting);
-    // A fresh player per attempt: the same URL set again would be ignored by the old one.
-    releaseRelayPlayer();
-    createRelayPlayer(m_relaySource);
-}
-
-void AudioEngine::checkRelayStall()
-{
-    if (!m_relayActive || !m_relayLive)
-        return;
-    if (m_relaySincePositionMoved.isValid() && m_relaySincePositionMoved.elapsed() >= relayStallMs)
-        relayStreamLost();
 }
 
 void AudioEngine::onRelayBuffer(const QAudioBuffer& buffer)
@@ -850,6 +764,6 @@ void AudioEngine::onRelayBuffer(const QAudioBuffer& buffer)
     if (!peaks.valid)
         return;
     emit levels(peaks.left * m_volume, peaks.right * m_volume);
-    if (m_relayLive)
+    if (m_relay->isLive())
         emit audioBufferReady(buffer);
 }

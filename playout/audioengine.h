@@ -1,12 +1,16 @@
 #pragma once
 
-#include "deckfade.h"
+#include "cueplan.h"
 #include "mixsettings.h"
+#include "relaystate.h"
 #include "track.h"
+#include "trackanalysis.h"
+#include "trackendreason.h"
+#include "trackparams.h"
 
 #include <QAudioBuffer>
 #include <QAudioDevice>
-#include <QElapsedTimer>
+#include <QDateTime>
 #include <QMediaPlayer>
 #include <QMetaObject>
 #include <QObject>
@@ -15,10 +19,11 @@
 
 #include <array>
 
-class LevelSource;
+class Deck;
 class PlaylistModel;
-class QAudioOutput;
 class QTimer;
+class Relay;
+class VoiceoverPlayer;
 
 // Plays the rows of one playlist through two media-player decks so that one track can fade out
 // on one deck while the next starts on the other. Runs on the GUI thread; every event goes to
@@ -64,11 +69,25 @@ public:
     QString relayOutputDeviceDescription() const;
     // Milliseconds until a stream entry's time limit ends it, -1 when none is running.
     int streamTimeLeftMs() const;
-    bool voiceoverArmed() const { return m_voiceoverArmed; }
-    qint64 voiceoverInsertAt() const { return m_voiceoverInsertAt; }
-    QString voiceoverFile() const { return m_voiceoverFile; }
-    bool voiceoversEnabled() const { return m_voiceoversEnabled; }
-    bool isRelayLive() const { return m_relayLive; }
+    bool voiceoverArmed() const;
+    qint64 voiceoverInsertAt() const;
+    QString voiceoverFile() const;
+    bool voiceoversEnabled() const;
+    bool isRelayLive() const;
+
+    // The row that will play after the current one: the first queued row, else the following
+    // row; -1 when there is none or shuffle will draw it at random.
+    int nextRow() const;
+    // The track of the current row, and its parameters as read when it started.
+    const Track& currentTrack() const { return m_current; }
+    const TrackParams& currentParams() const { return m_currentParams; }
+    RelayState relayState() const;
+    // The stored analysis of the current file as read when it started (empty when neither cue
+    // points nor loudness normalisation are on), and how the track is being played.
+    const TrackAnalysis& currentAnalysis() const { return m_currentAnalysis; }
+    const CuePlan& currentPlan() const { return m_plan; }
+    bool useCuePoints() const { return m_useCuePoints; }
+    bool normalizeLoudness() const { return m_normalizeLoudness; }
 
     // The text a track is shown with in log lines.
     static QString displayText(const Track& track);
@@ -91,8 +110,8 @@ public slots:
     bool isShuffle() const { return m_shuffle; }
     void startRelay(const QString& source);
     void stopRelay();
-    bool isRelaying() const { return m_relayActive; }
-    QString relaySource() const { return m_relaySource; }
+    bool isRelaying() const;
+    QString relaySource() const;
 
 signals:
     void positionChanged(qint64 position);
@@ -105,29 +124,23 @@ signals:
     void levels(double left, double right);
     void audioBufferReady(const QAudioBuffer& buffer);
     void streamMetadata(const QString& title);
+    // A file or stream row began to sound (command rows never do).
+    void trackStarted(int row, const Track& track, const QDateTime& startedAt);
+    // That row stopped sounding; playedMs is how long it was heard.
+    void trackEnded(int row, const Track& track, TrackEndReason reason, qint64 playedMs);
+    void relayStatusChanged(RelayState state, const QString& source);
 
 private:
-    struct Deck {
-        QMediaPlayer* player = nullptr;
-        QAudioOutput* output = nullptr;
-        LevelSource* bufferOutput = nullptr;
-        QTimer* fadeTimer = nullptr;
-        DeckFade fade;
-        int row = -1;
-        double levelLeft = 0.0; // linear, after gain, volume and duck
-        double levelRight = 0.0;
-        bool levelValid = false; // never cleared once set
-    };
-
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
     void stopDeck(int deck);
     void stopBothDecks();
     void applyBothDecks();
-    void onFadeTick(int deck);
-    void onDeckBuffer(int deck, const QAudioBuffer& buffer);
+    void onDeckLevel(int deck, const QAudioBuffer& buffer);
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
+    // End of media or a reached cue-out on a deck.
+    void onTrackEnd(int deck);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);
@@ -135,29 +148,33 @@ private:
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
     void onRowsRemoved(int first, int last);
+    void onOutputsChanged();
 
-    // Hooks for the voiceover of a track: armed on every playRow, fired from the position check.
+    // Reports the end of what a deck has on air (once; nothing when it is not on air).
+    void endAiring(int deck, TrackEndReason reason);
+    void endAllAirings(TrackEndReason reason);
+
+    // Armed on every playRow from the parameters read then, fired from the position check.
     void armVoiceover();
     void checkVoiceover(qint64 position);
-    void stopVoiceover();
-    void onVoiceoverDuration(qint64 durationMs);
 
-    // The relay of a live stream.
-    void onRelayStatus(QMediaPlayer::MediaStatus status);
+    // What the playlist does when the relay changes state.
+    void onRelayLive();
+    void onRelayLost();
     void onRelayBuffer(const QAudioBuffer& buffer);
-    void relayGoesLive();
-    void relayStreamLost();
-    void reconnectRelay();
-    void checkRelayStall();
-    void createRelayPlayer(const QString& source);
-    void releaseRelayPlayer();
 
     QPointer<PlaylistModel> m_playlist;
     QList<QMetaObject::Connection> m_playlistConnections;
-    std::array<Deck, 2> m_decks;
+    std::array<Deck*, 2> m_decks{};
     int m_currentDeck = 0;
     int m_currentRow = -1;
     Track m_current;
+    TrackParams m_currentParams;     // read once when the row is taken
+    TrackAnalysis m_currentAnalysis; // read with them, when a setting needs it
+    CuePlan m_plan;
+    bool m_useCuePoints = false;
+    bool m_normalizeLoudness = false;
+    double m_targetLufs = -18.0;
     bool m_hasOutputDevice = false;
     double m_volume = 0.8; // master volume, linear 0..1
     bool m_crossfadeEnabled = false;
@@ -174,30 +191,9 @@ private:
     QTimer* m_streamLimitTimer = nullptr;
     QAudioDevice m_outputDevice; // chosen by reloadSettings from "audio/outputDevice"
 
-    QMediaPlayer* m_voiceoverPlayer = nullptr; // created on first use
-    QAudioOutput* m_voiceoverOutput = nullptr;
-    bool m_voiceoversEnabled = true;
-    bool m_voiceoverArmed = false;
-    qint64 m_voiceoverInsertAt = 0; // ms into the current track
-    QString m_voiceoverFile;
-    double m_voiceoverLevel = 1.0;
-
-    QMediaPlayer* m_relayPlayer = nullptr;
-    QAudioOutput* m_relayOutput = nullptr;
-    LevelSource* m_relayLevels = nullptr;
-    QTimer* m_reconnectTimer = nullptr;
-    bool m_relayActive = false;
-    bool m_relayLive = false;
-    bool m_resumeAfterRelay = false;
-    QString m_relaySource;
-    QAudioDevice m_relayDevice; // chosen from "audio/outputDevice" when the relay starts
-    // The current connection attempt has been reported as a lost stream; one that is not live at
-    // the next reconnection and has reported nothing is reported then.
-    bool m_relayAttemptLost = false;
-    // A live relay whose position stops moving is a stalled server: treated as a lost stream.
-    QTimer* m_relayStallTimer = nullptr;
-    qint64 m_relayLastPosition = -1;
-    QElapsedTimer m_relaySincePositionMoved;
+    VoiceoverPlayer* m_voiceover = nullptr;
+    Relay* m_relay = nullptr;
+    bool m_resumeAfterRelay = false; // the current deck was playing when the relay started
 
     // Positions arrive only about every 100 ms; when the mix point falls between two reports this
     // single-shot timer runs the mix check at the point itself instead of up to 100 ms late.

@@ -25,5 +25,10 @@ inline const QString relayLost = QStringLiteral("Relay: stream lost - back to pl
 inline const QString relayReconnecting = QStringLiteral("Relay: reconnecting...");
 inline const QString relayStopped = QStringLiteral("Relay: stopped");
 inline const QString relayError = QStringLiteral("Relay error: ");
+// "File not found: <path>"; the row waits as any row without media does.
+inline const QString fileNotFound = QStringLiteral("File not found: ");
+// "Output device lost: <device> - moved to the system default <device>".
+inline const QString outputLost = QStringLiteral("Output device lost: ");
+inline const QString outputMoved = QStringLiteral(" - moved to the system default ");
 
 } // namespace PlayoutLog

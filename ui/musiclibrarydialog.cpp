@@ -1,6 +1,9 @@
 #include "musiclibrarydialog.h"
 
+#include "analysisprogress.h"
 #include "durationscanner.h"
+#include "librarywatcher.h"
+#include "trackcategories.h"
 #include "tracktablewidget.h"
 
 #include <QComboBox>
@@ -19,6 +22,7 @@
 #include <QMessageBox>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -149,6 +153,9 @@ MusicLibraryDialog::MusicLibraryDialog(QWidget* parent) : QDialog(parent)
     QMenu* toolsMenu = menuBar->addMenu(QStringLiteral("Tools"));
     toolsMenu->addAction(QStringLiteral("Verify (remove missing files)"), this,
                          &MusicLibraryDialog::verifyLibrary);
+    QAction* analyseAction = toolsMenu->addAction(QStringLiteral("Analyse loudness and cue points…"), this,
+                                                  &MusicLibraryDialog::analyseLibrary);
+    analyseAction->setObjectName(QStringLiteral("analyseAction"));
     menuBar->addMenu(QStringLiteral("Help"));
     layout->setMenuBar(menuBar);
 
@@ -183,8 +190,16 @@ MusicLibraryDialog::MusicLibraryDialog(QWidget* parent) : QDialog(parent)
     connect(scanner, &DurationScanner::resolved, this, &MusicLibraryDialog::onDurationResolved);
     connect(scanner, &DurationScanner::finished, this, &MusicLibraryDialog::onScannerFinished);
 
+    watcher = new LibraryWatcher(this);
+    connect(watcher, &LibraryWatcher::changed, this, &MusicLibraryDialog::onLibraryChangedElsewhere);
+    connect(watcher, &LibraryWatcher::connectionRestored, this, &MusicLibraryDialog::onConnectionRestored);
+    // The table keeps what it shows while the server is away; the status line says why nothing changes.
+    connect(watcher, &LibraryWatcher::connectionLost, this, [this] { statusLabel->setText(statusText()); });
+
     ensureSomeLibraryExists();
     reloadLibraries();
+    if (!watcher->problem().isEmpty())
+        statusLabel->setText(statusText());
 }
 
 QWidget* MusicLibraryDialog::buildToolRow()
@@ -301,6 +316,32 @@ void MusicLibraryDialog::reloadLibraries()
     }
 }
 
+QString MusicLibraryDialog::statusText() const
+{
+    QString text = QStringLiteral("Library \"%1\"  -  Tracks: %2").arg(lib.name).arg(table->rowCount());
+    const QString problem = watcher ? watcher->problem() : QString();
+    if (!problem.isEmpty())
+        text += QStringLiteral("  -  ") + problem;
+    return text;
+}
+
+void MusicLibraryDialog::onLibraryChangedElsewhere()
+{
+    // Whoever is typing in the search or filter boxes keeps the text, the cursor and the focus; the
+    // table keeps its place.
+    const int scrolled = table->verticalScrollBar()->value();
+    reloadLibraries();
+    table->verticalScrollBar()->setValue(scrolled);
+}
+
+void MusicLibraryDialog::onConnectionRestored()
+{
+    // A window opened while the server was away has no library to show yet.
+    ensureSomeLibraryExists();
+    reloadLibraries();
+    statusLabel->setText(statusText());
+}
+
 void MusicLibraryDialog::openSelectedLibrary()
 {
     if (loadingLibraries)
@@ -352,8 +393,7 @@ void MusicLibraryDialog::refreshTable()
     table->scrollToTop();
     table->viewport()->update();
 
-    statusLabel->setText(
-        QStringLiteral("Library \"%1\"  -  Tracks: %2").arg(lib.name).arg(table->rowCount()));
+    statusLabel->setText(statusText());
 
     // Same paths, same order as a full listing filtered in memory, without reading every track again.
     // With no condition the table holds that very listing. A keystroke in the search or filter boxes
@@ -419,6 +459,8 @@ void MusicLibraryDialog::showTableContextMenu(const QPoint& pos)
     menu.setObjectName(QStringLiteral("tableContextMenu"));
     QAction* addToPlaylist = menu.addAction(QStringLiteral("Add to playlist"));
     QAction* edit = stream ? menu.addAction(QStringLiteral("Edit stream…")) : nullptr;
+    QAction* category = menu.addAction(QStringLiteral("Set category…"));
+    category->setEnabled(!lib.folderMode); // a folder read into memory has no stored categories
     QAction* chosen = menu.exec(table->viewport()->mapToGlobal(pos));
     if (!chosen)
         return;
@@ -426,6 +468,37 @@ void MusicLibraryDialog::showTableContextMenu(const QPoint& pos)
         onCellActivated(row, 0);
     else if (chosen == edit)
         editStream(track);
+    else if (chosen == category)
+        setCategoryOfSelection();
+}
+
+void MusicLibraryDialog::setCategoryOfSelection()
+{
+    if (lib.folderMode)
+        return;
+    // Column 11 holds every entry's path or stream URL, whatever order the table is sorted in.
+    QStringList paths;
+    for (const QModelIndex& index : table->selectionModel()->selectedRows(11)) {
+        const QString path = index.data().toString();
+        if (!path.isEmpty())
+            paths << path;
+    }
+    if (paths.isEmpty() && table->currentRow() >= 0 && table->item(table->currentRow(), 11))
+        paths << table->item(table->currentRow(), 11)->text();
+    if (paths.isEmpty())
+        return;
+    const QStringList categories = TrackCategories::categoriesInUse(lib.name);
+    bool ok = false;
+    const QString category =
+        QInputDialog::getItem(this, QStringLiteral("Set category"),
+                              QStringLiteral("Rotation category for %1 track(s):").arg(paths.size()),
+                              categories, 0, true, &ok)
+            .trimmed();
+    if (!ok || category.isEmpty())
+        return;
+    const int changed = TrackCategories::setCategory(lib.name, paths, category);
+    refreshTable();
+    statusLabel->setText(QStringLiteral("Category \"%1\" set for %2 track(s)").arg(category).arg(changed));
 }
 
 void MusicLibraryDialog::addFiles()
@@ -571,6 +644,21 @@ void MusicLibraryDialog::verifyLibrary()
                              removed == 0 ? QStringLiteral("All files present. Nothing removed.")
                                           : QStringLiteral("Removed %1 missing file(s).").arg(removed),
                              QMessageBox::Ok);
+}
+
+void MusicLibraryDialog::analyseLibrary()
+{
+    QStringList paths;
+    for (const Track& t : lib.search(QString())) {
+        if (!t.isStream && !t.filePath.isEmpty())
+            paths << t.filePath;
+    }
+    auto* run = new AnalysisProgress(this);
+    connect(run, &AnalysisProgress::finished, this, [this, run](int analysed) {
+        statusLabel->setText(QStringLiteral("Analysed %1 file(s)").arg(analysed));
+        run->deleteLater();
+    });
+    run->start(paths);
 }
 
 void MusicLibraryDialog::newLibrary()

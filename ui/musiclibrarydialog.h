@@ -7,6 +7,7 @@
 #include <QList>
 
 class DurationScanner;
+class LibraryWatcher;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -39,10 +40,15 @@ public slots:
     void streamDialog(const Track& existing = Track());
     MusicLibrary::Query currentQuery() const;
     void verifyLibrary();
+    // Tools: loudness and cue points of the library's files that lack an up-to-date analysis.
+    void analyseLibrary();
     void newLibrary();
     void deleteLibrary();
     void openSelectedLibrary();
     void onCellActivated(int row, int column);
+    // Context menu "Set category…": asks for a rotation category (one in use, or a new one) and
+    // stores it for the selected rows' entries.
+    void setCategoryOfSelection();
     void refreshTable();
 
 private slots:
@@ -50,11 +56,16 @@ private slots:
     void onScannerFinished();
     void showTableContextMenu(const QPoint& pos);
     void resetFilters();
+    // A shared library changed on another machine, or its server came back.
+    void onLibraryChangedElsewhere();
+    void onConnectionRestored();
 
 private:
     QWidget* buildToolRow();
     QLayout* buildFilterRow();
     void reloadLibraries();
+    // "Library ... - Tracks: n", followed by why the library's server cannot be used, if it cannot.
+    QString statusText() const;
 
     MusicLibrary lib;
     TrackTableWidget* table = nullptr;
@@ -64,6 +75,7 @@ private:
     QList<QLineEdit*> filterBoxes;
     QLabel* statusLabel = nullptr;
     DurationScanner* scanner = nullptr;
+    LibraryWatcher* watcher = nullptr;
     bool loadingLibraries = false;
     bool durationsUpdated = false;
     // File paths without a duration as of the last full refresh; reused while only typing happens.

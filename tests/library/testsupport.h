@@ -2,14 +2,21 @@
 
 // Small helpers shared by the store's tests: a private home folder, a fresh database per test case,
 // one-value queries. Header-only so each test program stays a single source file.
+//
+// With ONDARO_DATABASE_URL set the same tests run against that PostgreSQL server: each test program
+// gets a database of its own there (named after the program), emptied for every fresh store.
 
+#include "databaseurl.h"
 #include "musiclibrary.h"
 #include "track.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QList>
+#include <QRegularExpression>
 #include <QSqlDatabase>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QStandardPaths>
@@ -19,6 +26,58 @@
 namespace testsupport {
 
 inline const QString kConnection = QStringLiteral("od_library");
+inline const QString kServerAdminConnection = QStringLiteral("od_test_admin");
+
+// Whether the store of this run is a PostgreSQL server.
+inline bool onServer()
+{
+    return !qEnvironmentVariableIsEmpty("ONDARO_DATABASE_URL");
+}
+
+// Runs `statements` on a connection of its own to database `name` of the configured server; an error
+// of SQL state `expectedState` is no failure.
+inline bool runOnServer(const QString& name, const QStringList& statements, const QString& expectedState = {})
+{
+    const DatabaseUrl url = DatabaseUrl::configured();
+    bool ok = true;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), kServerAdminConnection);
+        db.setHostName(url.host);
+        if (url.port > 0)
+            db.setPort(url.port);
+        db.setUserName(url.userName);
+        db.setPassword(url.password);
+        db.setDatabaseName(name);
+        ok = db.open();
+        if (!ok)
+            qWarning("test support: %s", qPrintable(db.lastError().text()));
+        for (const QString& sql : statements) {
+            if (!ok)
+                break;
+            QSqlQuery q(db);
+            ok = q.exec(sql) || q.lastError().nativeErrorCode() == expectedState;
+            if (!ok)
+                qWarning("test support: %s", qPrintable(q.lastError().text()));
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(kServerAdminConnection);
+    return ok;
+}
+
+// Moves this program onto a database of its own on the server, created when missing.
+inline void useOwnServerDatabase()
+{
+    const DatabaseUrl url = DatabaseUrl::configured();
+    QString program = QCoreApplication::applicationName().toLower();
+    program.replace(QRegularExpression(QStringLiteral("[^a-z0-9_]")), QStringLiteral("_"));
+    const QString name = QStringLiteral("ondaro_") + program;
+    if (url.databaseName == name)
+        return;
+    // 42P04: the database exists already.
+    runOnServer(url.databaseName, {QStringLiteral("CREATE DATABASE %1").arg(name)}, QStringLiteral("42P04"));
+    qputenv("ONDARO_DATABASE_URL", url.withDatabase(name).text.toUtf8());
+}
 
 // Points HOME at `dir` and switches Qt to its test locations, so the store lives under
 // dir/.qttest/config/... and never near a real user's database.
@@ -26,6 +85,8 @@ inline void useTemporaryHome(const QString& dir)
 {
     qputenv("HOME", QFile::encodeName(dir));
     QStandardPaths::setTestModeEnabled(true);
+    if (onServer())
+        useOwnServerDatabase();
 }
 
 inline QString configFolder()
@@ -59,6 +120,12 @@ inline void removeStoreFiles()
 inline void discardStore()
 {
     closeStore();
+    if (onServer()) {
+        runOnServer(DatabaseUrl::configured().databaseName,
+                    {QStringLiteral("SET client_min_messages = warning"),
+                     QStringLiteral("DROP SCHEMA IF EXISTS public CASCADE"),
+                     QStringLiteral("CREATE SCHEMA public")});
+    }
     removeStoreFiles();
     QDir(configFolder() + QStringLiteral("/libraries")).removeRecursively();
 }

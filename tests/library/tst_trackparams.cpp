@@ -32,7 +32,8 @@ QJsonObject storedObject(const QString& path)
 void storeRaw(const QString& path, const QString& text)
 {
     QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("INSERT OR REPLACE INTO track_params(filepath,params) VALUES(?,?)"));
+    q.prepare(QStringLiteral("INSERT INTO track_params(filepath,params) VALUES(?,?) ON CONFLICT(filepath) DO "
+                             "UPDATE SET params=excluded.params"));
     q.addBindValue(path);
     q.addBindValue(text);
     QVERIFY(q.exec());

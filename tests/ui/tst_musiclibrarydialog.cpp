@@ -169,7 +169,8 @@ private slots:
         }
         QCOMPARE(menus, (QStringList{"Library", "Add", "Tools", "Help"}));
         QCOMPARE(entries, (QStringList{"New library...", "Delete library...", "|", "Close", "Files...",
-                                       "Folder...", "Online stream...", "Verify (remove missing files)"}));
+                                       "Folder...", "Online stream...", "Verify (remove missing files)",
+                                       "Analyse loudness and cue points…"}));
 
         QCOMPARE(searchBox->placeholderText(), QStringLiteral("title, artist, album..."));
         QCOMPARE(searchBox->width(), 200);

@@ -182,7 +182,7 @@ private slots:
             chooseEntry(menu, menu->actions().first());
         });
         requestContextMenu();
-        QCOMPARE(entries, QStringList{QStringLiteral("Add to playlist")});
+        QCOMPARE(entries, (QStringList{QStringLiteral("Add to playlist"), QStringLiteral("Set category…")}));
         // The request's point is in the viewport; the menu opens there on the screen.
         QCOMPARE(shownAt, table->viewport()->mapToGlobal(QPoint(5, 5)));
         QTRY_COMPARE(sent.size(), 1);
@@ -208,7 +208,8 @@ private slots:
         });
         requestContextMenu();
         QTRY_COMPARE(editorTitle, QStringLiteral("Edit online stream"));
-        QCOMPARE(entries, (QStringList{QStringLiteral("Add to playlist"), QStringLiteral("Edit stream…")}));
+        QCOMPARE(entries, (QStringList{QStringLiteral("Add to playlist"), QStringLiteral("Edit stream…"),
+                                       QStringLiteral("Set category…")}));
         QCOMPARE(urlShown, QStringLiteral("http://radio.example/live"));
     }
 
@@ -228,7 +229,7 @@ private slots:
             chooseEntry(menu, menu->actions().first());
         });
         requestContextMenu();
-        QCOMPARE(entries, QStringList{QStringLiteral("Add to playlist")});
+        QCOMPARE(entries, (QStringList{QStringLiteral("Add to playlist"), QStringLiteral("Set category…")}));
         QTest::qWait(200);
         QCOMPARE(sent.size(), 0);
     }

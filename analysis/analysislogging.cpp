@@ -1,0 +1,3 @@
+#include "analysislogging.h"
+
+Q_LOGGING_CATEGORY(lcAnalysis, "ondaro.analysis", QtInfoMsg)

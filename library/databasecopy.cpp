@@ -1,0 +1,175 @@
+#include "databasecopy.h"
+
+#include "librarylogging.h"
+#include "pgschema.h"
+
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+#include <QVariant>
+
+namespace {
+
+constexpr qint64 kProgressEvery = 500;
+
+bool isServer(const QSqlDatabase& db)
+{
+    return db.driver() && db.driver()->dbmsType() == QSqlDriver::PostgreSQL;
+}
+
+qint64 rowCount(const QSqlDatabase& db, const QString& table)
+{
+    QSqlQuery q(db);
+    if (q.exec(QStringLiteral("SELECT COUNT(*) FROM %1").arg(table)) && q.next())
+        return q.value(0).toLongLong();
+    return -1;
+}
+
+QString failure(const QString& what, const QSqlError& error)
+{
+    QString text = error.text().trimmed();
+    text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    return what + QStringLiteral(": ") + text;
+}
+
+// On a server the ids of copied rows were given explicitly; the identity must go on after the last.
+bool advanceIdentity(const QSqlDatabase& db, const QString& table, QString& message)
+{
+    QSqlQuery q(db);
+    if (q.exec(QStringLiteral("SELECT setval(pg_get_serial_sequence('%1', 'id'), COALESCE(MAX(id), 0) + 1, "
+                              "false) FROM %1")
+                   .arg(table)))
+        return true;
+    message = failure(QStringLiteral("Setting the next id of %1 failed").arg(table), q.lastError());
+    return false;
+}
+
+} // namespace
+
+QString DatabaseCopy::Result::summary() const
+{
+    QStringList parts;
+    for (const auto& count : rowsCopied)
+        parts << QStringLiteral("%1 %2").arg(count.first).arg(count.second);
+    return parts.join(QStringLiteral(", "));
+}
+
+QStringList DatabaseCopy::columnsOf(const QSqlDatabase& db, const QString& table)
+{
+    QStringList names;
+    QSqlQuery q(db);
+    if (isServer(db)) {
+        // Generated columns (the search words) are the server's to compute.
+        q.prepare(QStringLiteral("SELECT column_name FROM information_schema.columns WHERE table_schema = "
+                                 "current_schema() AND table_name = ? AND is_generated = 'NEVER' ORDER BY "
+                                 "ordinal_position"));
+        q.addBindValue(table);
+        if (!q.exec())
+            return names;
+    } else if (!q.exec(QStringLiteral("PRAGMA table_info(%1)").arg(table))) {
+        return names;
+    }
+    const int column = isServer(db) ? 0 : 1;
+    while (q.next())
+        names << q.value(column).toString();
+    return names;
+}
+
+QPair<QString, qint64> DatabaseCopy::firstNonEmptyTable(const QSqlDatabase& db)
+{
+    for (const QString& table : PgSchema::kTables) {
+        if (columnsOf(db, table).isEmpty())
+            continue;
+        const qint64 rows = rowCount(db, table);
+        if (rows != 0)
+            return {table, rows};
+    }
+    return {QString(), 0};
+}
+
+DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlDatabase& to,
+                                        const Progress& progress)
+{
+    Result result;
+    const QPair<QString, qint64> occupied = firstNonEmptyTable(to);
+    if (!occupied.first.isEmpty()) {
+        result.message =
+            QStringLiteral("The target database is not empty (table %1 holds %2 rows); nothing "
+                           "was copied. Copy only into an empty database.")
+                .arg(occupied.first)
+                .arg(occupied.second < 0 ? QStringLiteral("unknown") : QString::number(occupied.second));
+        return result;
+    }
+    QSqlDatabase target = to;
+    if (!target.transaction()) {
+        result.message =
+            failure(QStringLiteral("Could not begin a transaction on the target"), target.lastError());
+        return result;
+    }
+    auto fail = [&](const QString& message) {
+        target.rollback();
+        result.rowsCopied.clear();
+        result.message = message + QStringLiteral(" Nothing was copied.");
+        qCWarning(lcLibrary).noquote() << result.message;
+        return result;
+    };
+
+    for (const QString& table : PgSchema::kTables) {
+        const QStringList sourceColumns = columnsOf(from, table);
+        if (sourceColumns.isEmpty())
+            continue; // an older database without this table
+        const QStringList targetColumns = columnsOf(to, table);
+        QStringList columns;
+        for (const QString& c : targetColumns) {
+            if (sourceColumns.contains(c))
+                columns << c;
+        }
+        const qint64 total = rowCount(from, table);
+        if (columns.isEmpty()) {
+            if (total > 0)
+                return fail(
+                    QStringLiteral("The target has no table %1 to take its %2 rows.").arg(table).arg(total));
+            continue;
+        }
+        const QString list = columns.join(QLatin1Char(','));
+        QSqlQuery read(from);
+        read.setForwardOnly(true);
+        const QString order = columns.contains(QStringLiteral("id")) ? QStringLiteral("id") : columns.first();
+        if (!read.exec(QStringLiteral("SELECT %1 FROM %2 ORDER BY %3").arg(list, table, order)))
+            return fail(failure(QStringLiteral("Reading %1 failed").arg(table), read.lastError()));
+        QStringList marks;
+        for (int i = 0; i < columns.size(); ++i)
+            marks << QStringLiteral("?");
+        QSqlQuery write(target);
+        if (!write.prepare(QStringLiteral("INSERT INTO %1(%2) VALUES(%3)")
+                               .arg(table, list, marks.join(QLatin1Char(',')))))
+            return fail(
+                failure(QStringLiteral("Preparing the rows of %1 failed").arg(table), write.lastError()));
+        qint64 done = 0;
+        while (read.next()) {
+            for (int i = 0; i < columns.size(); ++i)
+                write.bindValue(i, read.value(i));
+            if (!write.exec())
+                return fail(failure(QStringLiteral("Copying row %1 of %2 failed").arg(done + 1).arg(table),
+                                    write.lastError()));
+            ++done;
+            if (progress && done % kProgressEvery == 0)
+                progress(table, done, total);
+        }
+        if (read.lastError().isValid())
+            return fail(failure(QStringLiteral("Reading %1 failed").arg(table), read.lastError()));
+        if (isServer(to) && columns.contains(QStringLiteral("id"))) {
+            QString message;
+            if (!advanceIdentity(target, table, message))
+                return fail(message);
+        }
+        if (progress)
+            progress(table, done, total);
+        result.rowsCopied.append({table, done});
+    }
+    if (!target.commit())
+        return fail(failure(QStringLiteral("Committing the copy failed"), target.lastError()));
+    result.ok = true;
+    return result;
+}

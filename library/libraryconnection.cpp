@@ -1,0 +1,254 @@
+#include "libraryconnection.h"
+
+#include "librarylogging.h"
+#include "musiclibrary.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStandardPaths>
+#include <QThread>
+
+namespace {
+
+const QString kConnectionName = QStringLiteral("od_library");
+
+// What the process knows about the connection it made; reset whenever the connection is made anew.
+struct ConnectionState {
+    DatabaseUrl url;
+    bool server = false;
+    bool unusable = false; // a malformed URL or a missing driver: never try to open
+    bool schemaReady = false;
+    bool reopening = false;
+    bool everConnected = false; // a later failure to connect is a lost connection
+    QString problem;
+    int generation = 0;
+    QElapsedTimer sinceAttempt;
+};
+
+ConnectionState g_state;
+bool g_urlGiven = false;
+DatabaseUrl g_givenUrl;
+int g_reconnectIntervalMs = 2000;
+
+QString openFailure(const QSqlDatabase& db, const DatabaseUrl& url)
+{
+    QString reason = db.lastError().text().trimmed();
+    reason.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    return QStringLiteral("Cannot reach the database server %1: %2").arg(url.displayText(), reason);
+}
+
+// Errors that mean the session is gone, as opposed to a statement the server refused: libpq gives no
+// SQL state when the socket closed, class 08 for connection failures, 57P0x when the server stops.
+bool isConnectionError(const QSqlError& error)
+{
+    const QString code = error.nativeErrorCode();
+    return code.isEmpty() || code.startsWith(QLatin1String("08")) || code.startsWith(QLatin1String("57P"));
+}
+
+// "relation already exists, skipping" and the like would otherwise go to standard error at each start.
+void quietNotices(const QSqlDatabase& db)
+{
+    QSqlQuery(db).exec(QStringLiteral("SET client_min_messages TO warning"));
+}
+
+QString lostText(const QString& reason)
+{
+    QString text = reason.trimmed();
+    text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    return QStringLiteral("Lost the connection to the database server %1: %2")
+        .arg(g_state.url.displayText(), text);
+}
+
+} // namespace
+
+QSqlDatabase LibraryConnection::database()
+{
+    if (!QSqlDatabase::contains(kConnectionName))
+        return create();
+    if (!g_state.server)
+        return QSqlDatabase::database(kConnectionName, true);
+    QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
+    if (!db.isOpen())
+        reopen(db);
+    return db;
+}
+
+QSqlDatabase LibraryConnection::create()
+{
+    g_state = ConnectionState();
+    g_state.url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
+    if (g_state.url.isEmbedded()) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
+        const QString folder =
+            MusicLibrary::databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+        QDir().mkpath(folder);
+        db.setDatabaseName(folder + QStringLiteral("/library.db"));
+        if (db.open() && QThread::idealThreadCount() > 1) {
+            // Lets SQLite sort a large listing's rows on a second core while it still reads them.
+            QSqlQuery(db).exec(QStringLiteral("PRAGMA threads=1"));
+        }
+        return db;
+    }
+
+    g_state.server = true;
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), kConnectionName);
+    if (!g_state.url.isValid()) {
+        g_state.unusable = true;
+        g_state.problem = QStringLiteral("The database URL \"%1\" is not usable: %2")
+                              .arg(g_state.url.text, g_state.url.error);
+        qCWarning(lcLibrary).noquote() << g_state.problem;
+        return db;
+    }
+    if (!db.isValid()) {
+        g_state.unusable = true;
+        g_state.problem = QStringLiteral("Qt's PostgreSQL driver (QPSQL) is not installed; the library at "
+                                         "%1 cannot be used")
+                              .arg(g_state.url.displayText());
+        qCWarning(lcLibrary).noquote() << g_state.problem;
+        return db;
+    }
+    configure(db, g_state.url);
+    g_state.sinceAttempt.start();
+    if (db.open()) {
+        ++g_state.generation;
+        g_state.everConnected = true;
+        quietNotices(db);
+    } else {
+        g_state.problem = openFailure(db, g_state.url);
+        qCWarning(lcLibrary).noquote() << g_state.problem;
+    }
+    return db;
+}
+
+void LibraryConnection::configure(QSqlDatabase& db, const DatabaseUrl& url)
+{
+    if (!url.host.isEmpty())
+        db.setHostName(url.host);
+    if (url.port > 0)
+        db.setPort(url.port);
+    if (!url.userName.isEmpty())
+        db.setUserName(url.userName);
+    if (!url.password.isEmpty())
+        db.setPassword(url.password);
+    db.setDatabaseName(url.databaseName);
+    db.setConnectOptions(url.connectOptions);
+}
+
+QSqlDatabase LibraryConnection::openServer(const DatabaseUrl& url, const QString& connectionName)
+{
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), connectionName);
+    if (!db.isValid() || !url.isValid() || url.isEmbedded())
+        return db;
+    configure(db, url);
+    if (db.open())
+        quietNotices(db);
+    return db;
+}
+
+void LibraryConnection::setUrl(const DatabaseUrl& url)
+{
+    g_urlGiven = true;
+    g_givenUrl = url;
+}
+
+void LibraryConnection::reopen(QSqlDatabase& db)
+{
+    if (g_state.unusable || g_state.reopening)
+        return;
+    if (g_state.sinceAttempt.isValid() && !g_state.sinceAttempt.hasExpired(g_reconnectIntervalMs))
+        return;
+    g_state.sinceAttempt.start();
+    if (!db.open()) {
+        g_state.problem =
+            g_state.everConnected ? lostText(db.lastError().text()) : openFailure(db, g_state.url);
+        return;
+    }
+    ++g_state.generation;
+    quietNotices(db);
+    g_state.problem.clear();
+    g_state.everConnected = true;
+    qCInfo(lcLibrary).noquote() << "Connected to the database server" << g_state.url.displayText();
+    if (!g_state.schemaReady) {
+        // The server was not there at start-up: set the store up now that it is.
+        g_state.reopening = true;
+        MusicLibrary::initialize();
+        g_state.reopening = false;
+    }
+}
+
+void LibraryConnection::markLost(QSqlDatabase& db, const QString& reason)
+{
+    g_state.problem = lostText(reason);
+    qCWarning(lcLibrary).noquote() << g_state.problem;
+    // Closing also drops the driver's socket notifier for notifications on the dead socket.
+    db.close();
+    // The first attempt to reconnect may follow at once: a restarted server is often back already.
+    g_state.sinceAttempt.invalidate();
+}
+
+bool LibraryConnection::isServer()
+{
+    if (!QSqlDatabase::contains(kConnectionName))
+        return !(g_urlGiven ? g_givenUrl : DatabaseUrl::configured()).isEmbedded();
+    return g_state.server;
+}
+
+QString LibraryConnection::problem()
+{
+    return g_state.problem;
+}
+
+DatabaseUrl LibraryConnection::url()
+{
+    return g_state.url;
+}
+
+int LibraryConnection::generation()
+{
+    return g_state.generation;
+}
+
+void LibraryConnection::setSchemaReady(bool ready)
+{
+    g_state.schemaReady = ready;
+}
+
+void LibraryConnection::setReconnectInterval(int ms)
+{
+    g_reconnectIntervalMs = ms;
+}
+
+void LibraryConnection::noteFailure(const QSqlError& error, const char* operation)
+{
+    QString why = error.text().trimmed();
+    if (why.isEmpty())
+        why = g_state.problem.isEmpty() ? QStringLiteral("the database is not open") : g_state.problem;
+    qCWarning(lcLibrary).noquote() << operation << "failed:" << why;
+    if (!g_state.server || !QSqlDatabase::contains(kConnectionName))
+        return;
+    QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
+    if (!db.isOpen() || !isConnectionError(error))
+        return;
+    QSqlQuery probe(db);
+    if (!probe.exec(QStringLiteral("SELECT 1")) && isConnectionError(probe.lastError()))
+        markLost(db, error.text());
+}
+
+bool LibraryConnection::check()
+{
+    QSqlDatabase db = database();
+    if (!g_state.server)
+        return db.isOpen();
+    if (!db.isOpen())
+        return false;
+    QSqlQuery probe(db);
+    if (probe.exec(QStringLiteral("SELECT 1")))
+        return true;
+    if (isConnectionError(probe.lastError())) {
+        markLost(db, probe.lastError().text());
+        return false;
+    }
+    return true;
+}

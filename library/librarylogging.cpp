@@ -1,0 +1,3 @@
+#include "librarylogging.h"
+
+Q_LOGGING_CATEGORY(lcLibrary, "ondaro.library", QtInfoMsg)

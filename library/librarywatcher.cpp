@@ -1,0 +1,78 @@
+#include "librarywatcher.h"
+
+#include "libraryconnection.h"
+#include "librarylogging.h"
+#include "pgschema.h"
+
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QTimer>
+
+namespace {
+
+// Milliseconds between two checks of the server connection.
+constexpr int kCheckIntervalMs = 1000;
+// Milliseconds to gather notifications before one refresh: an import commits a batch every moment.
+constexpr int kSettleMs = 300;
+
+} // namespace
+
+LibraryWatcher::LibraryWatcher(QObject* parent) : QObject(parent)
+{
+    if (!LibraryConnection::isServer())
+        return;
+    settleTimer = new QTimer(this);
+    settleTimer->setSingleShot(true);
+    settleTimer->setInterval(kSettleMs);
+    connect(settleTimer, &QTimer::timeout, this, &LibraryWatcher::changed);
+    checkTimer = new QTimer(this);
+    checkTimer->setInterval(kCheckIntervalMs);
+    connect(checkTimer, &QTimer::timeout, this, &LibraryWatcher::checkConnection);
+    checkTimer->start();
+    usable = LibraryConnection::problem().isEmpty() && LibraryConnection::database().isOpen();
+    if (usable)
+        subscribe();
+}
+
+QString LibraryWatcher::problem() const
+{
+    return LibraryConnection::problem();
+}
+
+void LibraryWatcher::checkConnection()
+{
+    const bool nowUsable = LibraryConnection::check();
+    if (nowUsable && subscribedGeneration != LibraryConnection::generation())
+        subscribe();
+    if (nowUsable == usable)
+        return;
+    usable = nowUsable;
+    if (usable)
+        emit connectionRestored();
+    else
+        emit connectionLost(LibraryConnection::problem());
+}
+
+void LibraryWatcher::subscribe()
+{
+    QSqlDatabase db = LibraryConnection::database();
+    QSqlDriver* driver = db.driver();
+    if (!db.isOpen() || !driver)
+        return;
+    subscribedGeneration = LibraryConnection::generation();
+    connect(driver, &QSqlDriver::notification, this, &LibraryWatcher::onNotification, Qt::UniqueConnection);
+    if (!driver->subscribedToNotifications().contains(PgSchema::kChannel) &&
+        !driver->subscribeToNotification(PgSchema::kChannel))
+        qCWarning(lcLibrary).noquote()
+            << "Cannot listen for changes of the shared library:" << driver->lastError().text();
+}
+
+void LibraryWatcher::onNotification(const QString& name, QSqlDriver::NotificationSource source,
+                                    const QVariant&)
+{
+    // This program's own changes are already on its screen.
+    if (name != PgSchema::kChannel || source == QSqlDriver::SelfSource)
+        return;
+    if (!settleTimer->isActive())
+        settleTimer->start();
+}

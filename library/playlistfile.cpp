@@ -1,0 +1,219 @@
+#include "playlistfile.h"
+
+#include "librarylogging.h"
+#include "musiclibrary.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QStringDecoder>
+#include <QUrl>
+
+#include <cmath>
+
+namespace {
+
+const QString extinfPrefix = QStringLiteral("#EXTINF:");
+
+// The text after "#EXTINF:<seconds>," for a track; line breaks would end the comment line early.
+QString entryTitle(const Track& track)
+{
+    QString text;
+    if (!track.artist.isEmpty() && !track.title.isEmpty())
+        text = track.artist + QStringLiteral(" - ") + track.title;
+    else if (!track.title.isEmpty())
+        text = track.title;
+    else
+        text = QFileInfo(track.filePath).completeBaseName();
+    text.replace(QLatin1Char('\r'), QLatin1Char(' '));
+    text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    return text;
+}
+
+// "Artist - Title" split at the first separator; without one it is all title.
+void splitArtistTitle(const QString& text, Track& track)
+{
+    const int separator = text.indexOf(QStringLiteral(" - "));
+    if (separator > 0) {
+        track.artist = text.left(separator).trimmed();
+        track.title = text.mid(separator + 3).trimmed();
+    } else {
+        track.artist.clear();
+        track.title = text.trimmed();
+    }
+}
+
+// A playlist is text: UTF-8 (the .m3u8 habit and ours), or Latin-1 as older players wrote .m3u.
+// NUL bytes mean binary data, not a playlist.
+bool decodeText(const QByteArray& content, QString& text)
+{
+    if (content.contains('\0'))
+        return false;
+    QStringDecoder utf8(QStringDecoder::Utf8);
+    text = utf8(content);
+    if (utf8.hasError())
+        text = QString::fromLatin1(content);
+    if (text.startsWith(QChar(0xFEFF)))
+        text.remove(0, 1);
+    return true;
+}
+
+QString resolvePath(const QString& entry, const QString& baseFolder)
+{
+    if (entry.startsWith(QStringLiteral("file:"), Qt::CaseInsensitive))
+        return QUrl(entry).toLocalFile();
+    if (QDir::isAbsolutePath(entry) || baseFolder.isEmpty())
+        return QDir::cleanPath(entry);
+    return QDir::cleanPath(QDir(baseFolder).absoluteFilePath(entry));
+}
+
+// Another scheme than a playable stream's or a local file's ("ftp://", "smb://"): the engine cannot
+// play it.
+bool isOtherUrl(const QString& entry)
+{
+    const int scheme = entry.indexOf(QStringLiteral("://"));
+    if (scheme <= 1 || entry.startsWith(QStringLiteral("file:"), Qt::CaseInsensitive))
+        return false; // "C://", plain paths and file URLs are local files
+    for (int i = 0; i < scheme; ++i) {
+        if (!entry.at(i).isLetterOrNumber() && entry.at(i) != QLatin1Char('+'))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+QString PlaylistFile::commandPrefix()
+{
+    return QStringLiteral("#ONDARO-COMMAND:");
+}
+
+PlaylistFile::ReadResult PlaylistFile::read(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        ReadResult result;
+        result.error = QStringLiteral("Cannot read %1: %2").arg(QDir::toNativeSeparators(path), file.errorString());
+        qCWarning(lcLibrary) << "playlist" << path << "not readable:" << file.errorString();
+        return result;
+    }
+    return parse(file.readAll(), QFileInfo(path).absolutePath());
+}
+
+PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QString& baseFolder)
+{
+    ReadResult result;
+    QString text;
+    if (!decodeText(content, text)) {
+        result.error = QStringLiteral("This is not a playlist: the file holds binary data.");
+        return result;
+    }
+
+    const QStringList lines = text.split(QLatin1Char('\n'));
+    bool haveInfo = false;
+    int infoLine = 0;
+    qint64 infoMs = 0;
+    QString infoTitle;
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString line = lines.at(i).trimmed();
+        if (line.isEmpty())
+            continue;
+        if (line.startsWith(extinfPrefix, Qt::CaseInsensitive)) {
+            if (haveInfo) {
+                result.error = QStringLiteral("Line %1: #EXTINF without an entry after it.").arg(infoLine);
+                return result;
+            }
+            const QString rest = line.mid(extinfPrefix.size());
+            const int comma = rest.indexOf(QLatin1Char(','));
+            // Players write attributes after the length ("-1 tvg-id=..."); the length is the first word.
+            const QString lengthText = rest.left(comma < 0 ? rest.size() : comma).section(QLatin1Char(' '), 0, 0);
+            bool numeric = false;
+            const double seconds = lengthText.toDouble(&numeric);
+            if (!numeric || !std::isfinite(seconds)) {
+                result.error = QStringLiteral("Line %1: #EXTINF without a valid length.").arg(i + 1);
+                return result;
+            }
+            haveInfo = true;
+            infoLine = i + 1;
+            infoMs = seconds > 0 ? qint64(std::llround(seconds * 1000.0)) : 0;
+            infoTitle = comma < 0 ? QString() : rest.mid(comma + 1).trimmed();
+            continue;
+        }
+        if (line.startsWith(commandPrefix(), Qt::CaseInsensitive)) {
+            const QString word = line.mid(commandPrefix().size()).trimmed();
+            if (word.isEmpty()) {
+                result.error = QStringLiteral("Line %1: a command line without its word.").arg(i + 1);
+                return result;
+            }
+            Track command;
+            command.isCommand = true;
+            command.command = word.toLower();
+            result.tracks.append(command);
+            continue;
+        }
+        if (line.startsWith(QLatin1Char('#')))
+            continue; // "#EXTM3U" and the comments of other players
+
+        Track track;
+        if (MusicLibrary::isStreamUrl(line)) {
+            track.isStream = true;
+            track.filePath = line;
+            if (haveInfo && !infoTitle.isEmpty()) {
+                splitArtistTitle(infoTitle, track);
+            } else {
+                track.artist = QStringLiteral("Online stream");
+                track.title = line;
+            }
+        } else if (isOtherUrl(line)) {
+            result.skipped.append(line);
+            haveInfo = false;
+            continue;
+        } else {
+            track.filePath = resolvePath(line, baseFolder);
+            splitArtistTitle(haveInfo && !infoTitle.isEmpty() ? infoTitle
+                                                              : QFileInfo(track.filePath).completeBaseName(),
+                             track);
+            track.durationMs = haveInfo ? infoMs : 0;
+            if (!QFileInfo::exists(track.filePath))
+                result.missingFiles.append(track.filePath);
+        }
+        result.tracks.append(track);
+        haveInfo = false;
+    }
+    if (haveInfo) {
+        result.error = QStringLiteral("Line %1: #EXTINF without an entry after it.").arg(infoLine);
+        return result;
+    }
+    result.ok = true;
+    return result;
+}
+
+QByteArray PlaylistFile::toM3u(const QList<Track>& tracks)
+{
+    QString text = QStringLiteral("#EXTM3U\n");
+    text.reserve(tracks.size() * 120);
+    for (const Track& track : tracks) {
+        if (track.isCommand) {
+            text += commandPrefix() + track.command + QLatin1Char('\n');
+            continue;
+        }
+        // -1 is M3U's "unknown or endless", as for a live stream.
+        const qint64 seconds = !track.isStream && track.durationMs > 0 ? (track.durationMs + 500) / 1000 : -1;
+        text += extinfPrefix + QString::number(seconds) + QLatin1Char(',') + entryTitle(track) + QLatin1Char('\n');
+        text += track.filePath + QLatin1Char('\n');
+    }
+    return text.toUtf8();
+}
+
+bool PlaylistFile::write(const QString& path, const QList<Track>& tracks, QString* error)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(toM3u(tracks)) < 0 || !file.commit()) {
+        if (error)
+            *error = QStringLiteral("Cannot write %1: %2").arg(QDir::toNativeSeparators(path), file.errorString());
+        qCWarning(lcLibrary) << "playlist" << path << "not written:" << file.errorString();
+        return false;
+    }
+    return true;
+}

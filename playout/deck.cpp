@@ -1,0 +1,249 @@
+#include "deck.h"
+
+#include "levelsource.h"
+#include "mixrules.h"
+
+#include <QAudioOutput>
+#include <QTimer>
+
+#include <algorithm>
+
+Deck::Deck(QObject* parent) : QObject(parent)
+{
+    m_player = new QMediaPlayer(this);
+    m_output = new QAudioOutput(this);
+    m_player->setAudioOutput(m_output);
+    m_levels = new LevelSource(m_player, this);
+    m_fadeTimer = new QTimer(this);
+    m_fadeTimer->setInterval(DeckFade::tickMs);
+    // Fades are heard: keep the steps even rather than coalesced with other timers.
+    m_fadeTimer->setTimerType(Qt::PreciseTimer);
+
+    connect(m_fadeTimer, &QTimer::timeout, this, &Deck::onFadeTick);
+    connect(m_levels, &LevelSource::bufferReady, this, &Deck::onBuffer);
+    // Connected before anyone else can connect to the player, so that the airing is up to date
+    // when the engine hears of the same change.
+    connect(m_player, &QMediaPlayer::playbackStateChanged, this, &Deck::onPlaybackState);
+    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, &Deck::onMediaStatus);
+    connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
+        checkSeek(position);
+        checkSounding();
+        checkCueOut(position);
+    });
+    m_cueOutTimer = new QTimer(this);
+    m_cueOutTimer->setSingleShot(true);
+    m_cueOutTimer->setTimerType(Qt::PreciseTimer);
+    connect(m_cueOutTimer, &QTimer::timeout, this, [this] { checkCueOut(m_cueOutMs); });
+}
+
+void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, int fadeInMs, qint64 startAtMs,
+                 qint64 endAtMs)
+{
+    m_row = row;
+    clearSeek();
+    m_cueOutMs = std::max<qint64>(endAtMs, 0);
+    m_cueOutReported = false;
+    m_cueOutTimer->stop();
+    m_fadeTimer->stop();
+    m_fade.stopAfterFade = false;
+
+    m_airing = Airing::Pending;
+    m_airingRow = row;
+    m_airingTrack = track;
+    m_hasSource = !source.isEmpty();
+    m_playedBeforeMs = 0;
+    m_playingFor.invalidate();
+
+    // Setting the source just before playing keeps the sound server from buffering seconds of
+    // audio at a stale volume.
+    if (m_player->source() == source)
+        m_player->setPosition(std::max<qint64>(startAtMs, 0));
+    else
+        m_player->setSource(source);
+
+    m_fade.gain = fadeIn ? 0.0 : 1.0;
+    applyVolume();
+    // A seek is dropped by the backend until audio flows, so a cue-in is reached by seeking on the
+    // position reports, muted until the position is there: nothing before the cue-in is heard.
+    if (startAtMs > 0) {
+        m_seekToMs = startAtMs;
+        m_output->setMuted(true);
+    }
+    m_player->play();
+    if (fadeIn)
+        fadeTo(1.0, fadeInMs, false);
+}
+
+void Deck::fadeTo(double target, int ms, bool stopAtEnd)
+{
+    const DeckFade::StartResult result = m_fade.start(target, ms, stopAtEnd);
+    if (ms <= 0) {
+        applyVolume();
+        if (result.stopPlayer)
+            stop();
+        return;
+    }
+    if (result.runTimer)
+        m_fadeTimer->start();
+    else
+        applyVolume();
+}
+
+void Deck::stop()
+{
+    clearSeek();
+    m_cueOutTimer->stop();
+    m_fadeTimer->stop();
+    m_player->stop();
+}
+
+void Deck::onFadeTick()
+{
+    const DeckFade::TickResult result = m_fade.tick();
+    if (result.finished)
+        m_fadeTimer->stop();
+    if (result.stopPlayer)
+        stop();
+    applyVolume();
+}
+
+void Deck::setMix(double masterVolume, bool ducked)
+{
+    m_masterVolume = masterVolume;
+    m_ducked = ducked;
+    applyVolume();
+}
+
+void Deck::setTrackGain(double gain)
+{
+    m_trackGain = gain;
+    applyVolume();
+}
+
+void Deck::applyVolume()
+{
+    m_output->setVolume(float(effectiveVolume(m_fade.gain * m_trackGain, m_masterVolume, m_ducked)));
+}
+
+void Deck::setDevice(const QAudioDevice& device)
+{
+    m_output->setDevice(device);
+}
+
+QAudioDevice Deck::device() const
+{
+    return m_output->device();
+}
+
+double Deck::outputVolume() const
+{
+    return m_output->volume();
+}
+
+bool Deck::fading() const
+{
+    return m_fadeTimer->isActive();
+}
+
+void Deck::onBuffer(const QAudioBuffer& buffer)
+{
+    const PeakLevels peaks = peakLevels(buffer);
+    if (!peaks.valid)
+        return;
+    const double factor = m_fade.gain * m_trackGain * m_masterVolume * (m_ducked ? duckFactor : 1.0);
+    m_levelLeft = peaks.left * factor;
+    m_levelRight = peaks.right * factor;
+    m_levelValid = true;
+    emit levelMeasured(buffer);
+}
+
+qint64 Deck::playedMs() const
+{
+    return m_playedBeforeMs + (m_playingFor.isValid() ? m_playingFor.elapsed() : 0);
+}
+
+qint64 Deck::endAiring()
+{
+    const qint64 played = playedMs();
+    m_airing = Airing::Ended;
+    m_playedBeforeMs = 0;
+    m_playingFor.invalidate();
+    return played;
+}
+
+void Deck::onPlaybackState(QMediaPlayer::PlaybackState state)
+{
+    if (state == QMediaPlayer::PlayingState) {
+        if (m_airing == Airing::Ended)
+            m_airing = Airing::Pending; // resumed after its end was reported: heard anew
+        if (m_airing == Airing::OnAir && !m_playingFor.isValid())
+            m_playingFor.start();
+        checkSounding();
+    } else if (m_playingFor.isValid()) {
+        m_playedBeforeMs += m_playingFor.elapsed();
+        m_playingFor.invalidate();
+    }
+}
+
+void Deck::onMediaStatus(QMediaPlayer::MediaStatus status)
+{
+    if (m_seekToMs > 0 && (status == QMediaPlayer::InvalidMedia || status == QMediaPlayer::NoMedia ||
+                           status == QMediaPlayer::EndOfMedia))
+        clearSeek();
+    // A very short file can reach its end before it was seen playing; it was heard all the same.
+    if (status == QMediaPlayer::EndOfMedia && m_airing == Airing::Pending && m_hasSource)
+        announce();
+    else
+        checkSounding();
+}
+
+void Deck::clearSeek()
+{
+    if (m_seekToMs > 0)
+        m_output->setMuted(false);
+    m_seekToMs = -1;
+}
+
+void Deck::checkSeek(qint64 position)
+{
+    if (m_seekToMs <= 0 || !isPlaying())
+        return;
+    // Within a position report of the cue-in: there.
+    if (position >= m_seekToMs - 150)
+        clearSeek();
+    else if (position > 0)
+        m_player->setPosition(m_seekToMs);
+}
+
+void Deck::checkSounding()
+{
+    if (m_airing != Airing::Pending || !m_hasSource || !isPlaying() || m_seekToMs > 0)
+        return;
+    if (m_player->mediaStatus() == QMediaPlayer::BufferedMedia || m_player->position() > 0)
+        announce();
+}
+
+void Deck::checkCueOut(qint64 position)
+{
+    if (m_cueOutMs < 1 || m_cueOutReported || !isPlaying())
+        return;
+    const qint64 remaining = m_cueOutMs - position;
+    if (remaining <= 0) {
+        m_cueOutTimer->stop();
+        m_cueOutReported = true;
+        emit cueOutReached();
+    } else if (remaining < 150 && !m_cueOutTimer->isActive()) {
+        // Positions arrive about every 100 ms: run the check at the point itself.
+        m_cueOutTimer->start(int(remaining));
+    }
+}
+
+void Deck::announce()
+{
+    m_airing = Airing::OnAir;
+    m_playedBeforeMs = 0;
+    m_playingFor.invalidate();
+    if (isPlaying())
+        m_playingFor.start();
+    emit beganToSound(m_airingRow, m_airingTrack, QDateTime::currentDateTime());
+}

@@ -1,0 +1,123 @@
+#pragma once
+
+#include "deckfade.h"
+#include "track.h"
+
+#include <QAudioDevice>
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QMediaPlayer>
+#include <QObject>
+#include <QUrl>
+
+class LevelSource;
+class QAudioBuffer;
+class QAudioOutput;
+class QTimer;
+
+// One of the engine's two players: its output, level meter and fade, and the airing of the track
+// loaded on it (when it began to sound, how long it has been heard, pauses excluded).
+class Deck : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Deck(QObject* parent = nullptr);
+
+    QMediaPlayer* player() const { return m_player; }
+    QAudioOutput* output() const { return m_output; }
+    LevelSource* levelSource() const { return m_levels; }
+
+    // Loads the source (an unchanged one is played again from the top) and plays it, at gain 0
+    // and faded in over fadeInMs when fadeIn is set, else at full gain. An empty source plays
+    // nothing: the player reports no media. With startAtMs > 0 it is heard from there (it begins to
+    // sound only once it is there); with endAtMs > 0 cueOutReached() is emitted when the position gets there.
+    void start(int row, const Track& track, const QUrl& source, bool fadeIn, int fadeInMs,
+               qint64 startAtMs = 0, qint64 endAtMs = 0);
+    // Replaces any running fade; stopAtEnd stops the player once the gain reaches silence.
+    void fadeTo(double target, int ms, bool stopAtEnd);
+    // Fade timer, then player.
+    void stop();
+
+    // Master volume (linear 0..1) and ducking, applied on top of the fade gain.
+    void setMix(double masterVolume, bool ducked);
+    // Extra linear gain of the loaded track (loudness and its own level); 1.0 leaves it as is.
+    void setTrackGain(double gain);
+    double trackGain() const { return m_trackGain; }
+    void applyVolume();
+    void setDevice(const QAudioDevice& device);
+    QAudioDevice device() const;
+
+    int row() const { return m_row; }
+    double gain() const { return m_fade.gain; }
+    void setGain(double gain) { m_fade.gain = gain; }
+    double outputVolume() const;
+    bool fading() const;
+    QMediaPlayer::PlaybackState state() const { return m_player->playbackState(); }
+    bool isPlaying() const { return state() == QMediaPlayer::PlayingState; }
+
+    // Last measured output level, linear, after gain, volume and duck; valid once measured.
+    double levelLeft() const { return m_levelLeft; }
+    double levelRight() const { return m_levelRight; }
+    bool levelValid() const { return m_levelValid; }
+
+    // The loaded track has begun to sound and has not been ended since.
+    bool isAiring() const { return m_airing == Airing::OnAir; }
+    int airingRow() const { return m_airingRow; }
+    void setAiringRow(int row) { m_airingRow = row; }
+    const Track& airingTrack() const { return m_airingTrack; }
+    // Milliseconds heard so far (playing state only).
+    qint64 playedMs() const;
+    // Ends the airing and returns how long it was heard; a later resume is a new airing.
+    qint64 endAiring();
+
+signals:
+    void beganToSound(int row, const Track& track, const QDateTime& startedAt);
+    // The position reached the cue-out given to start() (once per start).
+    void cueOutReached();
+    // A buffer was measured; levelLeft/levelRight hold its result.
+    void levelMeasured(const QAudioBuffer& buffer);
+
+private:
+    enum class Airing {
+        None,    // nothing loaded
+        Pending, // loaded and started, not heard yet
+        OnAir,
+        Ended, // ended by the engine; playing again makes it pending
+    };
+
+    void onFadeTick();
+    void onBuffer(const QAudioBuffer& buffer);
+    void onPlaybackState(QMediaPlayer::PlaybackState state);
+    void onMediaStatus(QMediaPlayer::MediaStatus status);
+    void checkSounding();
+    void checkCueOut(qint64 position);
+    void checkSeek(qint64 position);
+    void clearSeek();
+    void announce();
+
+    QMediaPlayer* m_player = nullptr;
+    QAudioOutput* m_output = nullptr;
+    LevelSource* m_levels = nullptr;
+    QTimer* m_fadeTimer = nullptr;
+    DeckFade m_fade;
+    int m_row = -1;
+    double m_masterVolume = 0.8;
+    bool m_ducked = false;
+    double m_trackGain = 1.0;
+    double m_levelLeft = 0.0;
+    double m_levelRight = 0.0;
+    bool m_levelValid = false; // never cleared once set
+
+    qint64 m_seekToMs = -1; // the cue-in not reached yet; the output is muted meanwhile
+    qint64 m_cueOutMs = 0;
+    bool m_cueOutReported = false;
+    QTimer* m_cueOutTimer = nullptr; // fires at the cue-out when it falls between position reports
+
+    Airing m_airing = Airing::None;
+    int m_airingRow = -1;
+    Track m_airingTrack;
+    bool m_hasSource = false;
+    qint64 m_playedBeforeMs = 0; // heard before the current stretch of playing
+    QElapsedTimer m_playingFor;  // runs while playing and on air
+};

@@ -1,0 +1,3 @@
+#include "playoutlogging.h"
+
+Q_LOGGING_CATEGORY(lcPlayout, "ondaro.playout", QtInfoMsg)

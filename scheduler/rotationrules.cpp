@@ -1,0 +1,132 @@
+#include "rotationrules.h"
+
+#include "playhistory.h"
+#include "rotationpool.h"
+#include "seededrandom.h"
+
+namespace {
+
+// The separation test of the inner loops, visible to the compiler so that it can be inlined there.
+inline bool separatedFrom(qint64 lastMs, qint64 atMs, qint64 separationMs)
+{
+    return lastMs == PlayHistory::never || separationMs <= 0 || atMs - lastMs >= separationMs;
+}
+
+// The least recently played of the indexes that `keep` accepts, ties to the higher rating and then
+// to a draw. Two passes instead of a list of ties: early in a schedule nothing has played, and every
+// candidate of a category ties with every other.
+template <typename Keep>
+int pickLeastRecent(const RotationPool& pool, const QList<int>& indexes, const PlayHistory& history,
+                    SeededRandom& random, Keep keep)
+{
+    qint64 oldest = 0;
+    int bestRating = 0;
+    int ties = 0;
+    for (int index : indexes) {
+        const RotationKeys& k = pool.keys(index);
+        if (!keep(k))
+            continue;
+        const qint64 last = history.lastFilePlay(k.fileId);
+        if (ties == 0 || last < oldest || (last == oldest && k.rating > bestRating)) {
+            oldest = last;
+            bestRating = k.rating;
+            ties = 1;
+        } else if (last == oldest && k.rating == bestRating) {
+            ++ties;
+        }
+    }
+    if (ties == 0)
+        return -1;
+    int wanted = static_cast<int>(random.below(static_cast<quint64>(ties)));
+    for (int index : indexes) {
+        const RotationKeys& k = pool.keys(index);
+        if (keep(k) && history.lastFilePlay(k.fileId) == oldest && k.rating == bestRating && wanted-- == 0)
+            return index;
+    }
+    return -1; // not reached: the second pass sees the same ties as the first
+}
+
+} // namespace
+
+bool RotationRules::isSeparated(qint64 lastMs, qint64 atMs, int minutes)
+{
+    return separatedFrom(lastMs, atMs, qint64(minutes) * 60000);
+}
+
+bool RotationRules::isAllowedAt(const RotationCandidate& candidate, const QDateTime& at)
+{
+    // Most tracks carry no limits; asking them is pure cost on a large library.
+    return !candidate.keys.limited || candidate.params.isScheduledAt(at);
+}
+
+bool RotationRules::keepsArtistSeparation(const RotationKeys& keys, const PlayHistory& history, qint64 atMs,
+                                          const SeparationRules& rules)
+{
+    return isSeparated(history.lastArtistPlay(keys.artistId), atMs, rules.artistSeparationMinutes);
+}
+
+bool RotationRules::keepsTitleSeparation(const RotationKeys& keys, const PlayHistory& history, qint64 atMs,
+                                         const SeparationRules& rules)
+{
+    return isSeparated(history.lastSongPlay(keys.songId), atMs, rules.titleSeparationMinutes);
+}
+
+bool RotationRules::keepsSeparation(const RotationKeys& keys, const PlayHistory& history, qint64 atMs,
+                                    const SeparationRules& rules, Relaxation relaxation)
+{
+    if (relaxation == Relaxation::None && !separatedFrom(history.lastArtistPlay(keys.artistId), atMs,
+                                                         qint64(rules.artistSeparationMinutes) * 60000))
+        return false;
+    return relaxation == Relaxation::ArtistAndTitleSeparation ||
+           separatedFrom(history.lastSongPlay(keys.songId), atMs,
+                         qint64(rules.titleSeparationMinutes) * 60000);
+}
+
+QList<int> RotationRules::allowedAt(const RotationPool& pool, const QList<int>& indexes, const QDateTime& at)
+{
+    QList<int> allowed;
+    allowed.reserve(indexes.size());
+    for (int index : indexes) {
+        // The small key table answers for the many tracks without limits.
+        if (!pool.keys(index).limited || isAllowedAt(pool.candidate(index), at))
+            allowed << index;
+    }
+    return allowed;
+}
+
+QList<int> RotationRules::separated(const RotationPool& pool, const QList<int>& allowed,
+                                    const PlayHistory& history, qint64 atMs, const SeparationRules& rules,
+                                    Relaxation relaxation)
+{
+    QList<int> result;
+    for (int index : allowed) {
+        if (keepsSeparation(pool.keys(index), history, atMs, rules, relaxation))
+            result << index;
+    }
+    return result;
+}
+
+int RotationRules::leastRecentlyPlayed(const RotationPool& pool, const QList<int>& eligible,
+                                       const PlayHistory& history, SeededRandom& random)
+{
+    return pickLeastRecent(pool, eligible, history, random, [](const RotationKeys&) { return true; });
+}
+
+RotationChoice RotationRules::choose(const RotationPool& pool, const QList<int>& allowed,
+                                     const PlayHistory& history, const QDateTime& at,
+                                     const SeparationRules& rules, SeededRandom& random)
+{
+    RotationChoice choice;
+    const qint64 atMs = at.toMSecsSinceEpoch();
+    for (Relaxation relaxation :
+         {Relaxation::None, Relaxation::ArtistSeparation, Relaxation::ArtistAndTitleSeparation}) {
+        choice.candidate = pickLeastRecent(pool, allowed, history, random, [&](const RotationKeys& keys) {
+            return keepsSeparation(keys, history, atMs, rules, relaxation);
+        });
+        if (choice.candidate >= 0) {
+            choice.relaxation = relaxation;
+            return choice;
+        }
+    }
+    return choice; // `allowed` is empty: without any separation every allowed candidate is eligible
+}

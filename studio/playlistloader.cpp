@@ -1,0 +1,90 @@
+#include "playlistloader.h"
+
+#include "musiclibrary.h"
+#include "playlistfile.h"
+#include "playlistmodel.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QUrl>
+
+namespace {
+
+const QString notPlayable = QStringLiteral("Not a file or stream, ignored: %1");
+const QString playlistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
+
+} // namespace
+
+bool PlaylistLoader::isPlaylistPath(const QString& path)
+{
+    const QString suffix = QFileInfo(path).suffix().toLower();
+    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8");
+}
+
+QString PlaylistLoader::missingFileText(const QString& path)
+{
+    return QStringLiteral("File not found: %1").arg(QDir::toNativeSeparators(path));
+}
+
+Track PlaylistLoader::trackFor(const QString& entry)
+{
+    if (isStreamUrl(entry))
+        return trackFromStreamUrl(entry);
+    QString path = entry;
+    if (entry.startsWith(QLatin1String("file:"), Qt::CaseInsensitive))
+        path = QUrl(entry).toLocalFile();
+    path = QFileInfo(path).absoluteFilePath();
+    if (!QFileInfo(path).isFile())
+        return trackFromDroppedFile(path);
+    return MusicLibrary::trackFromFile(path);
+}
+
+Track PlaylistLoader::withTags(const Track& bare)
+{
+    if (bare.isStream || bare.isCommand || bare.filePath.isEmpty() || !QFileInfo(bare.filePath).isFile())
+        return bare;
+    Track tagged = MusicLibrary::trackFromFile(bare.filePath);
+    tagged.startTime = bare.startTime;
+    return tagged;
+}
+
+PlaylistLoader::Result PlaylistLoader::load(const QStringList& entries)
+{
+    Result result;
+    for (const QString& raw : entries) {
+        const QString entry = raw.trimmed();
+        if (entry.isEmpty())
+            continue;
+        if (isStreamUrl(entry)) {
+            result.tracks << trackFromStreamUrl(entry);
+            continue;
+        }
+        const QUrl url(entry);
+        const bool otherScheme = url.isValid() && url.scheme().size() > 1 &&
+                                 url.scheme().compare(QLatin1String("file"), Qt::CaseInsensitive) != 0 &&
+                                 entry.contains(QLatin1String("://"));
+        if (otherScheme) {
+            result.problems << notPlayable.arg(entry);
+            continue;
+        }
+        if (isPlaylistPath(entry)) {
+            const PlaylistFile::ReadResult read = PlaylistFile::read(entry);
+            if (!read.ok) {
+                result.failedPlaylists << playlistFailed.arg(QDir::toNativeSeparators(entry), read.error);
+                result.problems << result.failedPlaylists.last();
+                continue;
+            }
+            result.tracks << read.tracks;
+            for (const QString& missing : read.missingFiles)
+                result.problems << missingFileText(missing);
+            for (const QString& skipped : read.skipped)
+                result.problems << notPlayable.arg(skipped);
+            continue;
+        }
+        const Track track = trackFor(entry);
+        if (!QFileInfo(track.filePath).isFile())
+            result.problems << missingFileText(track.filePath);
+        result.tracks << track;
+    }
+    return result;
+}

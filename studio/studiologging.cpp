@@ -1,0 +1,3 @@
+#include "studiologging.h"
+
+Q_LOGGING_CATEGORY(lcStudio, "ondaro.studio")

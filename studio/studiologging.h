@@ -1,0 +1,6 @@
+#pragma once
+
+#include <QLoggingCategory>
+
+// Failures of the on-air window that it turns into a neutral result ("ondaro.studio").
+Q_DECLARE_LOGGING_CATEGORY(lcStudio)

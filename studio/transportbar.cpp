@@ -1,0 +1,123 @@
+#include "transportbar.h"
+
+#include "audioengine.h"
+
+#include <QCheckBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QSettings>
+#include <QSignalBlocker>
+#include <QSlider>
+#include <QStyle>
+
+#include <cmath>
+
+namespace {
+
+const QString crossfadeKey = QStringLiteral("playback/crossfadeEnabled");
+
+QPushButton* transportButton(const QString& text, QStyle::StandardPixmap icon, const QString& tip,
+                             QWidget* parent)
+{
+    auto* button = new QPushButton(parent->style()->standardIcon(icon), text, parent);
+    button->setToolTip(tip);
+    button->setMinimumHeight(34);
+    return button;
+}
+
+} // namespace
+
+TransportBar::TransportBar(AudioEngine* engine, QWidget* parent) : QWidget(parent), m_engine(engine)
+{
+    auto* row = new QHBoxLayout(this);
+    row->setContentsMargins(6, 4, 6, 4);
+    m_previous = transportButton(QStringLiteral("Previous"), QStyle::SP_MediaSkipBackward,
+                                 QStringLiteral("Play the row before the current one"), this);
+    m_play = transportButton(QStringLiteral("Play"), QStyle::SP_MediaPlay,
+                             QStringLiteral("Start or resume playback"), this);
+    m_pause = transportButton(QStringLiteral("Pause"), QStyle::SP_MediaPause,
+                              QStringLiteral("Pause or resume the current track"), this);
+    m_stop =
+        transportButton(QStringLiteral("Stop"), QStyle::SP_MediaStop, QStringLiteral("Stop playback"), this);
+    m_next = transportButton(QStringLiteral("Next"), QStyle::SP_MediaSkipForward,
+                             QStringLiteral("Play the next row now"), this);
+    for (QPushButton* button : {m_previous, m_play, m_pause, m_stop, m_next})
+        row->addWidget(button);
+    row->addSpacing(16);
+
+    row->addWidget(new QLabel(QStringLiteral("Volume"), this));
+    m_volume = new QSlider(Qt::Horizontal, this);
+    m_volume->setRange(0, 100);
+    m_volume->setFixedWidth(160);
+    m_volume->setToolTip(QStringLiteral("Master volume"));
+    row->addWidget(m_volume);
+    m_volumeText = new QLabel(this);
+    m_volumeText->setMinimumWidth(40);
+    row->addWidget(m_volumeText);
+    row->addSpacing(16);
+
+    m_shuffle = new QCheckBox(QStringLiteral("Shuffle"), this);
+    m_shuffle->setToolTip(QStringLiteral("Draw the next row at random when nothing is queued"));
+    m_crossfade = new QCheckBox(QStringLiteral("Crossfade"), this);
+    m_crossfade->setToolTip(QStringLiteral("Mix from one track into the next"));
+    row->addWidget(m_shuffle);
+    row->addWidget(m_crossfade);
+    row->addStretch(1);
+
+    connect(m_play, &QPushButton::clicked, engine, &AudioEngine::play);
+    connect(m_pause, &QPushButton::clicked, engine, &AudioEngine::togglePause);
+    connect(m_stop, &QPushButton::clicked, engine, &AudioEngine::stop);
+    connect(m_next, &QPushButton::clicked, engine, &AudioEngine::next);
+    connect(m_previous, &QPushButton::clicked, engine, &AudioEngine::previous);
+    connect(m_volume, &QSlider::valueChanged, this, [this](int percent) {
+        m_engine->setVolume(percent);
+        m_volumeText->setText(QStringLiteral("%1 %").arg(percent));
+    });
+    connect(m_shuffle, &QCheckBox::toggled, engine, &AudioEngine::setShuffle);
+    connect(m_crossfade, &QCheckBox::toggled, this, &TransportBar::setCrossfade);
+    connect(engine, &AudioEngine::playingChanged, this, &TransportBar::showPlaying);
+    showFromEngine();
+    showPlaying(engine->isPlaying());
+}
+
+void TransportBar::setCrossfade(bool on)
+{
+    {
+        QSettings settings;
+        settings.setValue(crossfadeKey, on);
+    }
+    m_engine->reloadSettings();
+    syncCrossfade();
+}
+
+void TransportBar::reapplyVolume()
+{
+    m_engine->setVolume(m_volume->value());
+}
+
+void TransportBar::syncCrossfade()
+{
+    reapplyVolume();
+    const QSignalBlocker blocker(m_crossfade);
+    m_crossfade->setChecked(m_engine->crossfadeEnabled());
+}
+
+void TransportBar::showFromEngine()
+{
+    const QSignalBlocker volumeBlocker(m_volume);
+    const QSignalBlocker crossfadeBlocker(m_crossfade);
+    const QSignalBlocker shuffleBlocker(m_shuffle);
+    const int percent = int(std::lround(m_engine->volume() * 100.0));
+    m_volume->setValue(percent);
+    m_volumeText->setText(QStringLiteral("%1 %").arg(percent));
+    m_crossfade->setChecked(m_engine->crossfadeEnabled());
+    m_shuffle->setChecked(m_engine->isShuffle());
+}
+
+void TransportBar::showPlaying(bool playing)
+{
+    // Green Play while on air: the presenter sees at a glance that the station is sounding.
+    m_play->setStyleSheet(playing ? QStringLiteral("QPushButton { background: #8fd694; font-weight: bold; }")
+                                  : QString());
+}

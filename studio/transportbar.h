@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QWidget>
+
+class AudioEngine;
+class QCheckBox;
+class QLabel;
+class QPushButton;
+class QSlider;
+
+// Play, Pause, Stop, Next, Previous, the master volume, shuffle and crossfade on/off, wired straight
+// to the engine.
+class TransportBar : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit TransportBar(AudioEngine* engine, QWidget* parent = nullptr);
+
+    QPushButton* playButton() const { return m_play; }
+    QPushButton* pauseButton() const { return m_pause; }
+    QPushButton* stopButton() const { return m_stop; }
+    QPushButton* nextButton() const { return m_next; }
+    QPushButton* previousButton() const { return m_previous; }
+    QSlider* volumeSlider() const { return m_volume; }
+    QCheckBox* shuffleBox() const { return m_shuffle; }
+    QCheckBox* crossfadeBox() const { return m_crossfade; }
+
+public slots:
+    // Crossfade lives in the settings ("playback/crossfadeEnabled"), so the settings dialog and this
+    // box agree; re-reading them must not undo the volume the presenter set.
+    void setCrossfade(bool on);
+    // After the engine re-read its settings (which reset the volume to the default): the slider's
+    // volume again, and the crossfade box as the settings now say.
+    void reapplyVolume();
+    void syncCrossfade();
+
+private:
+    void showFromEngine();
+    void showPlaying(bool playing);
+
+    AudioEngine* m_engine;
+    QPushButton* m_play = nullptr;
+    QPushButton* m_pause = nullptr;
+    QPushButton* m_stop = nullptr;
+    QPushButton* m_next = nullptr;
+    QPushButton* m_previous = nullptr;
+    QSlider* m_volume = nullptr;
+    QLabel* m_volumeText = nullptr;
+    QCheckBox* m_shuffle = nullptr;
+    QCheckBox* m_crossfade = nullptr;
+};

@@ -1,0 +1,137 @@
+#include "deck.h"
+#include "playouttestsupport.h"
+
+#include <QAudioOutput>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+
+using namespace playouttest;
+
+// One deck on its own: when its track begins to sound, how long it is heard, and its volume.
+class TestDeck : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir dir;
+    QString tone;      // 10 s
+    QString shortTone; // 0.4 s
+
+    static Track trackOf(const QString& path)
+    {
+        Track t;
+        t.title = QStringLiteral("Tone");
+        t.filePath = path;
+        return t;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+        useTemporarySettings(dir.path(), QStringLiteral("tst_deck"));
+        QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
+        tone = makeTone(dir.path(), QStringLiteral("tone.wav"), 440, 10);
+        shortTone = makeTone(dir.path(), QStringLiteral("short.wav"), 440, 0.4);
+        QVERIFY(!tone.isEmpty() && !shortTone.isEmpty());
+    }
+
+    void aStartedTrackIsAnnouncedOnceWhenItSounds()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(7, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QVERIFY(!deck.isAiring()); // not heard yet
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        QCOMPARE(began.first().at(0).toInt(), 7);
+        QCOMPARE(began.first().at(1).value<Track>().filePath, tone);
+        QVERIFY(deck.isAiring());
+        QCOMPARE(deck.airingRow(), 7);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.player()->position() > 600, 10000);
+        QCOMPARE(began.count(), 1);
+        const qint64 played = deck.endAiring();
+        QVERIFY2(played >= 400 && played < 5000, qPrintable(QString::number(played)));
+        QVERIFY(!deck.isAiring());
+        QCOMPARE(deck.endAiring(), 0); // a second end reports nothing heard
+        deck.stop();
+    }
+
+    void resumingAfterTheEndIsANewAiring()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        deck.player()->pause();
+        QTRY_VERIFY_WITH_TIMEOUT(!deck.isPlaying(), 5000);
+        deck.endAiring();
+        deck.player()->play();
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 2, 10000);
+        QVERIFY(deck.isAiring());
+        deck.stop();
+    }
+
+    void pausedTimeIsNotCounted()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        deck.player()->pause();
+        QTRY_VERIFY_WITH_TIMEOUT(!deck.isPlaying(), 5000);
+        const qint64 atPause = deck.playedMs();
+        QTest::qWait(1000); // the pause being measured
+        QCOMPARE(deck.playedMs(), atPause);
+        deck.player()->play();
+        QTRY_VERIFY_WITH_TIMEOUT(deck.playedMs() > atPause, 5000);
+        deck.stop();
+    }
+
+    void anEmptySourceNeverSounds()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(0, trackOf(QStringLiteral("/nonexistent/gone.wav")), QUrl(), false, 0);
+        QVERIFY(!began.wait(1500));
+        QVERIFY(!deck.isAiring());
+    }
+
+    void aShortFileIsAnnouncedBeforeItsEndIsHandled()
+    {
+        Deck deck;
+        QList<QString> order;
+        connect(&deck, &Deck::beganToSound, this, [&] { order << QStringLiteral("began"); });
+        // Connected after the deck's own handling, as the engine is.
+        connect(deck.player(), &QMediaPlayer::mediaStatusChanged, this, [&](QMediaPlayer::MediaStatus s) {
+            if (s == QMediaPlayer::EndOfMedia)
+                order << QStringLiteral("end");
+        });
+        deck.start(0, trackOf(shortTone), QUrl::fromLocalFile(shortTone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(order.contains(QStringLiteral("end")), 10000);
+        QCOMPARE(order, (QList<QString>{QStringLiteral("began"), QStringLiteral("end")}));
+    }
+
+    void volumeIsGainTimesMasterTimesDuckAndTrackGain()
+    {
+        Deck deck;
+        deck.setMix(0.8, false);
+        QCOMPARE(deck.outputVolume(), 0.8f);
+        deck.setMix(0.8, true);
+        QVERIFY(std::fabs(deck.outputVolume() - 0.16) < 1e-6);
+        deck.setMix(0.5, false);
+        deck.setTrackGain(0.5);
+        QVERIFY(std::fabs(deck.outputVolume() - 0.25) < 1e-6);
+        deck.setTrackGain(4.0); // clamped at full scale
+        QCOMPARE(deck.outputVolume(), 1.0f);
+        deck.setTrackGain(1.0);
+        deck.fadeTo(0.0, 0, false);
+        QCOMPARE(deck.outputVolume(), 0.0f);
+        QCOMPARE(deck.gain(), 0.0);
+    }
+};
+
+QTEST_MAIN(TestDeck)
+#include "tst_deck.moc"
