@@ -1,4 +1,5 @@
 // ondaro-analyse: loudness and cue points of audio files from the command line.
+#include "applicationidentity.h"
 #include "analysisqueue.h"
 #include "analysisreport.h"
 #include "audioanalyser.h"
@@ -88,9 +89,7 @@ QStringList filesToAnalyse(const QStringList& arguments)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    setOndaroIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromUtf8(kDescription));

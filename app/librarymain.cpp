@@ -1,6 +1,7 @@
 // ondaro-library: moves the music library between this workstation's embedded database and a
 // PostgreSQL server that several studios share.
 
+#include "applicationidentity.h"
 #include "databasecopy.h"
 #include "databaseurl.h"
 #include "libraryconnection.h"
@@ -133,10 +134,7 @@ int copyFrom(const QString& text)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
-    // The same names as the other programs, so the embedded database is found in the same place.
-    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    setOndaroIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromUtf8(kDescription));

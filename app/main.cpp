@@ -1,3 +1,4 @@
+#include "applicationidentity.h"
 #include "libraryconnection.h"
 #include "musiclibrary.h"
 #include "musiclibrarydialog.h"
@@ -9,10 +10,7 @@
 int main(int argc, char* argv[])
 {
     QApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
-    // Same organisation and application name: the per-user folders become ".../Ondaro/Ondaro".
-    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    setOndaroIdentity();
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/appicon.png")));
 
     // A database that cannot be opened does not stop start-up; the window then lists nothing and its

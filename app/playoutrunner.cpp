@@ -3,6 +3,7 @@
 // playlist or an audio set-up. Exit status: 0 when playback stopped normally, 1 when nothing could
 // be played, 2 for a usage error, 3 when there is no audio output device.
 
+#include "applicationidentity.h"
 #include "audioengine.h"
 #include "musiclibrary.h"
 #include "playlistmodel.h"
@@ -73,8 +74,7 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     // Same identity as the window, so the same settings and track parameters apply.
-    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
+    setOndaroIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(

@@ -2,6 +2,7 @@
 // rotation rules in one JSON document) and a library of the store, and writes it as an extended M3U
 // playlist. The report says where a rotation rule had to give way and which slots stayed empty.
 
+#include "applicationidentity.h"
 #include "formatreader.h"
 #include "musiclibrary.h"
 #include "playlistfile.h"
@@ -80,10 +81,7 @@ QDateTime parseStart(const QString& text)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    // The identity of the other programs, so that the same database is found.
-    QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    setOndaroIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromUtf8(kDescription));

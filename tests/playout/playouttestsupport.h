@@ -91,6 +91,23 @@ inline QString makeTone(const QString& dir, const QString& name, int frequency, 
     return ok ? path : QString();
 }
 
+// What the local stream server sends in the relay tests: a 5 s, 1 kHz tone as a 128 kb/s MP3 with
+// the ID3 tags artist "Night Owls" and title "Relay Hour". Empty when it could not be made.
+inline QByteArray makeTaggedStreamMp3(const QString& dir)
+{
+    const QString wav = makeTone(dir, QStringLiteral("live.wav"), 1000, 5);
+    const QString mp3 = QDir(dir).filePath(QStringLiteral("live.mp3"));
+    if (wav.isEmpty() ||
+        !runTool(QStringLiteral("ffmpeg"),
+                 {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-i"),
+                  wav, QStringLiteral("-b:a"), QStringLiteral("128k"), QStringLiteral("-id3v2_version"),
+                  QStringLiteral("3"), QStringLiteral("-metadata"), QStringLiteral("artist=Night Owls"),
+                  QStringLiteral("-metadata"), QStringLiteral("title=Relay Hour"), mp3}))
+        return QByteArray();
+    QFile file(mp3);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 // Two tones of the same frequency one after the other: loud, then quiet.
 inline QString makeLoudThenQuiet(const QString& dir, const QString& name, int frequency, double loudSeconds,
                                  double quietSeconds, double loud, double quiet)

@@ -34,17 +34,7 @@ private slots:
         useTemporarySettings(dir.path(), QStringLiteral("tst_relay"));
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
         qRegisterMetaType<RelayState>("RelayState");
-        const QString wav = makeTone(dir.path(), QStringLiteral("live.wav"), 1000, 5);
-        const QString mp3 = QDir(dir.path()).filePath(QStringLiteral("live.mp3"));
-        QVERIFY(runTool(QStringLiteral("ffmpeg"),
-                        {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"),
-                         QStringLiteral("-i"), wav, QStringLiteral("-b:a"), QStringLiteral("128k"),
-                         QStringLiteral("-id3v2_version"), QStringLiteral("3"), QStringLiteral("-metadata"),
-                         QStringLiteral("artist=Night Owls"), QStringLiteral("-metadata"),
-                         QStringLiteral("title=Relay Hour"), mp3}));
-        QFile file(mp3);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        taggedMp3 = file.readAll();
+        taggedMp3 = makeTaggedStreamMp3(dir.path());
         QVERIFY(taggedMp3.size() > 10000);
     }
 

@@ -61,15 +61,7 @@ private slots:
         QVERIFY(dir.isValid());
         useStudioLocations(dir.path(), "tst_relaypanel");
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        const QString wav = makeTone(dir.path(), QStringLiteral("live.wav"), 1000, 5);
-        QVERIFY(!wav.isEmpty());
-        const QString mp3 = QDir(dir.path()).filePath(QStringLiteral("live.mp3"));
-        QVERIFY(runTool(QStringLiteral("ffmpeg"),
-                        {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"),
-                         QStringLiteral("-i"), wav, QStringLiteral("-b:a"), QStringLiteral("128k"), mp3}));
-        QFile file(mp3);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        liveMp3 = file.readAll();
+        liveMp3 = makeTaggedStreamMp3(dir.path());
         QVERIFY(liveMp3.size() > 10000);
     }
 
