@@ -1,7 +1,7 @@
 // ondaro-analyse: loudness and cue points of audio files from the command line.
-#include "applicationidentity.h"
 #include "analysisqueue.h"
 #include "analysisreport.h"
+#include "applicationidentity.h"
 #include "audioanalyser.h"
 #include "musiclibrary.h"
 #include "trackanalysis.h"

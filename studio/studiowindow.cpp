@@ -145,7 +145,7 @@ QWidget* StudioWindow::buildCentre()
 
     auto* controls = new QHBoxLayout;
     controls->setSpacing(0);
-    m_transport = new TransportBar(m_engine, centre);
+    m_transport = new TransportBar(m_engine, m_playlist, centre);
     controls->addWidget(m_transport, 1);
     auto* libraryButton = new QPushButton(QStringLiteral("Library…"), centre);
     libraryButton->setToolTip(QStringLiteral("Open the Library Manager"));

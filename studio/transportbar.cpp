@@ -1,6 +1,7 @@
 #include "transportbar.h"
 
 #include "audioengine.h"
+#include "playlistmodel.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -11,6 +12,7 @@
 #include <QSlider>
 #include <QStyle>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -28,7 +30,8 @@ QPushButton* transportButton(const QString& text, QStyle::StandardPixmap icon, c
 
 } // namespace
 
-TransportBar::TransportBar(AudioEngine* engine, QWidget* parent) : QWidget(parent), m_engine(engine)
+TransportBar::TransportBar(AudioEngine* engine, PlaylistModel* playlist, QWidget* parent)
+    : QWidget(parent), m_engine(engine), m_playlist(playlist)
 {
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(6, 4, 6, 4);
@@ -65,7 +68,7 @@ TransportBar::TransportBar(AudioEngine* engine, QWidget* parent) : QWidget(paren
     row->addWidget(m_crossfade);
     row->addStretch(1);
 
-    connect(m_play, &QPushButton::clicked, engine, &AudioEngine::play);
+    connect(m_play, &QPushButton::clicked, this, &TransportBar::playOrResume);
     connect(m_pause, &QPushButton::clicked, engine, &AudioEngine::togglePause);
     connect(m_stop, &QPushButton::clicked, engine, &AudioEngine::stop);
     connect(m_next, &QPushButton::clicked, engine, &AudioEngine::next);
@@ -120,4 +123,18 @@ void TransportBar::showPlaying(bool playing)
     // Green Play while on air: the presenter sees at a glance that the station is sounding.
     m_play->setStyleSheet(playing ? QStringLiteral("QPushButton { background: #8fd694; font-weight: bold; }")
                                   : QString());
+}
+
+void TransportBar::playOrResume()
+{
+    const QList<Track>& rows = m_playlist->tracks();
+    const int row = m_engine->currentRow();
+    const bool rowStillLoaded = row >= 0 && row < rows.size() &&
+                                rows.at(row).isCommand == m_engine->currentTrack().isCommand &&
+                                rows.at(row).filePath == m_engine->currentTrack().filePath;
+    if (!m_engine->isPlaying() && !rowStillLoaded && !rows.isEmpty()) {
+        m_engine->playRow(std::clamp(row, 0, int(rows.size()) - 1));
+        return;
+    }
+    m_engine->play();
 }

@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class AudioEngine;
+class PlaylistModel;
 class QCheckBox;
 class QLabel;
 class QPushButton;
@@ -15,7 +16,7 @@ class TransportBar : public QWidget
     Q_OBJECT
 
 public:
-    explicit TransportBar(AudioEngine* engine, QWidget* parent = nullptr);
+    TransportBar(AudioEngine* engine, PlaylistModel* playlist, QWidget* parent = nullptr);
 
     QPushButton* playButton() const { return m_play; }
     QPushButton* pauseButton() const { return m_pause; }
@@ -34,12 +35,16 @@ public slots:
     // volume again, and the crossfade box as the settings now say.
     void reapplyVolume();
     void syncCrossfade();
+    // Resumes what is paused; after the playlist was replaced or the current row removed, starts
+    // the current row afresh instead of the track the decks still hold.
+    void playOrResume();
 
 private:
     void showFromEngine();
     void showPlaying(bool playing);
 
     AudioEngine* m_engine;
+    PlaylistModel* m_playlist;
     QPushButton* m_play = nullptr;
     QPushButton* m_pause = nullptr;
     QPushButton* m_stop = nullptr;

@@ -97,12 +97,12 @@ inline QByteArray makeTaggedStreamMp3(const QString& dir)
 {
     const QString wav = makeTone(dir, QStringLiteral("live.wav"), 1000, 5);
     const QString mp3 = QDir(dir).filePath(QStringLiteral("live.mp3"));
-    if (wav.isEmpty() ||
-        !runTool(QStringLiteral("ffmpeg"),
-                 {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-i"),
-                  wav, QStringLiteral("-b:a"), QStringLiteral("128k"), QStringLiteral("-id3v2_version"),
-                  QStringLiteral("3"), QStringLiteral("-metadata"), QStringLiteral("artist=Night Owls"),
-                  QStringLiteral("-metadata"), QStringLiteral("title=Relay Hour"), mp3}))
+    if (wav.isEmpty() || !runTool(QStringLiteral("ffmpeg"),
+                                  {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"),
+                                   QStringLiteral("-i"), wav, QStringLiteral("-b:a"), QStringLiteral("128k"),
+                                   QStringLiteral("-id3v2_version"), QStringLiteral("3"),
+                                   QStringLiteral("-metadata"), QStringLiteral("artist=Night Owls"),
+                                   QStringLiteral("-metadata"), QStringLiteral("title=Relay Hour"), mp3}))
         return QByteArray();
     QFile file(mp3);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();

@@ -1,12 +1,16 @@
+#include "audioengine.h"
 #include "logpane.h"
 #include "playlistfile.h"
 #include "playlistmodel.h"
 #include "playlistview.h"
 #include "studiotestsupport.h"
 #include "studiowindow.h"
+#include "transportbar.h"
 
 #include <QFile>
 #include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace studiotest;
@@ -116,6 +120,33 @@ private slots:
             QCOMPARE(opened.at(i).durationMs / 1000, saved.at(i).durationMs / 1000);
         }
         QVERIFY(!other.logPane()->lines().filter(QStringLiteral("Playlist loaded: 4 rows from ")).isEmpty());
+    }
+
+    void playAfterOpeningAnotherListStartsItsRowNotTheOldTrack()
+    {
+        StudioWindow window;
+        window.appendItems({tones.at(0)});
+        QSignalSpy started(window.engine(), &AudioEngine::trackStarted);
+        window.transportBar()->playButton()->click();
+        QVERIFY(started.wait(15000));
+        QCOMPARE(window.engine()->currentTrack().filePath, tones.at(0));
+        window.transportBar()->stopButton()->click();
+        QTRY_VERIFY_WITH_TIMEOUT(!window.engine()->isPlaying(), 10000);
+
+        const QString path = pathOf(QStringLiteral("other.m3u"));
+        Track second;
+        second.filePath = tones.at(1);
+        second.artist = QStringLiteral("Two");
+        second.title = QStringLiteral("Second");
+        QVERIFY(PlaylistFile::write(path, {second}));
+        QVERIFY(window.openPlaylist(path));
+        QCOMPARE(window.playlist()->rowCount(), 1);
+
+        started.clear();
+        window.transportBar()->playButton()->click();
+        QVERIFY(started.wait(15000));
+        QCOMPARE(started.last().at(1).value<Track>().filePath, tones.at(1));
+        window.transportBar()->stopButton()->click();
     }
 
     void aPlaylistOfVanishedFilesKeepsItsRowsAndReportsThem()
