@@ -2,6 +2,7 @@
 
 #include "asrunlog.h"
 #include "audioengine.h"
+#include "libraryconnection.h"
 #include "musiclibrary.h"
 #include "studiologging.h"
 
@@ -50,11 +51,60 @@ bool AsRunRecorder::writable()
     if (!m_enabled)
         return false;
     // The connection reopens itself on demand; a database that went away for good disables the log.
-    if (!MusicLibrary::database().isOpen()) {
-        disable(kNoDatabase);
+    if (MusicLibrary::database().isOpen())
+        return true;
+    // A shared server that was reached once comes back: what airs meanwhile is held back and written
+    // when it is (the window says when it is lost and back).
+    if (LibraryConnection::isServer() && !LibraryConnection::problem().isEmpty())
         return false;
+    disable(kNoDatabase);
+    return false;
+}
+
+bool AsRunRecorder::recording()
+{
+    if (writable()) {
+        writeHeldBack();
+        return true;
     }
-    return true;
+    if (m_enabled)
+        qCWarning(lcStudio).noquote() << "as-run row held back:" << LibraryConnection::problem();
+    return m_enabled;
+}
+
+int AsRunRecorder::heldBackCount() const
+{
+    int count = int(m_heldBack.size() + m_heldPlays.size());
+    for (const OpenEntry& open : m_open)
+        count += open.id == 0 ? 1 : 0;
+    return count;
+}
+
+void AsRunRecorder::writeHeldBack()
+{
+    if (heldBackCount() == 0 || !writable())
+        return;
+    // Oldest first; what fails stays held back for the next attempt.
+    while (!m_heldPlays.isEmpty()) {
+        MusicLibrary::recordPlay(m_heldPlays.first().filePath, m_heldPlays.first().when);
+        m_heldPlays.removeFirst();
+    }
+    while (!m_heldBack.isEmpty()) {
+        HeldBack& held = m_heldBack.first();
+        if (held.id <= 0)
+            held.id = AsRunLog::recordStart(held.entry);
+        if (held.id <= 0 ||
+            !AsRunLog::recordEnd(held.id, held.entry.endedAt, held.entry.playedMs, held.entry.endedBy))
+            break;
+        m_heldBack.removeFirst();
+    }
+    for (OpenEntry& open : m_open) {
+        if (open.id == 0)
+            open.id = AsRunLog::recordStart(open.entry);
+    }
+    if (heldBackCount() > 0)
+        qCWarning(lcStudio) << heldBackCount() << "as-run rows are still held back";
+    emit entriesChanged();
 }
 
 void AsRunRecorder::disable(const QString& reason)
@@ -77,15 +127,14 @@ qint64 AsRunRecorder::start(int row, const QString& filePath, const QString& art
     entry.artist = artist;
     entry.title = title;
     entry.isStream = isStream;
-    const qint64 id = AsRunLog::recordStart(entry);
-    if (id <= 0) {
-        qCWarning(lcStudio) << "as-run row not written for" << filePath;
-        return 0;
-    }
+    // Held back (id 0) when it cannot be written now; written with the rest when it can.
+    const qint64 id = writable() ? AsRunLog::recordStart(entry) : 0;
+    if (id <= 0)
+        qCWarning(lcStudio) << "as-run row held back for" << filePath;
     OpenEntry open;
-    open.id = id;
+    open.id = qMax<qint64>(id, 0);
     open.row = row;
-    open.filePath = filePath;
+    open.entry = entry;
     open.relay = relay;
     open.sounding.start();
     m_open << open;
@@ -95,9 +144,15 @@ qint64 AsRunRecorder::start(int row, const QString& filePath, const QString& art
 
 void AsRunRecorder::end(int index, qint64 playedMs, const QString& endedBy)
 {
-    const OpenEntry open = m_open.takeAt(index);
-    if (!AsRunLog::recordEnd(open.id, QDateTime::currentDateTime(), playedMs, endedBy))
-        qCWarning(lcStudio) << "as-run row" << open.id << "could not be ended";
+    OpenEntry open = m_open.takeAt(index);
+    open.entry.endedAt = QDateTime::currentDateTime();
+    open.entry.playedMs = playedMs;
+    open.entry.endedBy = endedBy;
+    if (open.id <= 0 || !writable() ||
+        !AsRunLog::recordEnd(open.id, open.entry.endedAt, open.entry.playedMs, open.entry.endedBy)) {
+        qCWarning(lcStudio) << "end of as-run row held back for" << open.entry.filePath;
+        m_heldBack << HeldBack{open.id, open.entry};
+    }
     emit entriesChanged();
 }
 
@@ -106,10 +161,10 @@ int AsRunRecorder::findTrackEntry(int row, const QString& filePath) const
     // The same row and file first; rows move when the playlist is edited, so then the oldest open
     // row of that file.
     for (int i = 0; i < m_open.size(); ++i)
-        if (!m_open[i].relay && m_open[i].row == row && m_open[i].filePath == filePath)
+        if (!m_open[i].relay && m_open[i].row == row && m_open[i].entry.filePath == filePath)
             return i;
     for (int i = 0; i < m_open.size(); ++i)
-        if (!m_open[i].relay && m_open[i].filePath == filePath)
+        if (!m_open[i].relay && m_open[i].entry.filePath == filePath)
             return i;
     return -1;
 }
@@ -124,11 +179,15 @@ int AsRunRecorder::findRelayEntry() const
 
 void AsRunRecorder::onTrackStarted(int row, const Track& track, const QDateTime& startedAt)
 {
-    if (track.isCommand || !writable())
+    if (track.isCommand || !recording())
         return;
     const QDateTime when = startedAt.isValid() ? startedAt : QDateTime::currentDateTime();
-    if (!track.isStream)
-        MusicLibrary::recordPlay(track.filePath, when);
+    if (!track.isStream) {
+        if (writable())
+            MusicLibrary::recordPlay(track.filePath, when);
+        else
+            m_heldPlays << HeldPlay{track.filePath, when};
+    }
     // A stream may name what it plays before it is heard; that text is its title from the start.
     const bool named = track.isStream && !m_streamTitle.isEmpty() && m_streamTitlePath == track.filePath;
     start(row, track.filePath, track.artist, named ? m_streamTitle : track.title, track.isStream, when,
@@ -137,7 +196,7 @@ void AsRunRecorder::onTrackStarted(int row, const Track& track, const QDateTime&
 
 void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason reason, qint64 playedMs)
 {
-    if (track.isCommand || !writable())
+    if (track.isCommand || !recording())
         return;
     const int index = findTrackEntry(row, track.filePath);
     if (index < 0) {
@@ -150,7 +209,7 @@ void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason rea
 
 void AsRunRecorder::onRelayStatus(RelayState state, const QString& source)
 {
-    if (!writable())
+    if (!recording())
         return;
     const int index = findRelayEntry();
     switch (state) {
@@ -181,25 +240,26 @@ void AsRunRecorder::onRelayStatus(RelayState state, const QString& source)
 
 void AsRunRecorder::onStreamMetadata(const QString& title)
 {
-    if (title.isEmpty() || !writable())
+    if (title.isEmpty() || !recording())
         return;
     // While a relay is active the text is the relay's; otherwise it belongs to the playlist's stream
     // row now sounding. The last text heard stands as the row's title.
-    qint64 id = 0;
+    int index = -1;
     if (!m_relaySource.isEmpty()) {
         m_relayTitle = title;
-        const int relay = findRelayEntry();
-        if (relay >= 0)
-            id = m_open[relay].id;
+        index = findRelayEntry();
     } else if (m_engine && m_engine->currentTrack().isStream) {
         const Track& current = m_engine->currentTrack();
         m_streamTitle = title;
         m_streamTitlePath = current.filePath;
-        const int index = findTrackEntry(m_engine->currentRow(), current.filePath);
-        if (index >= 0)
-            id = m_open[index].id;
+        index = findTrackEntry(m_engine->currentRow(), current.filePath);
     }
-    if (id > 0) {
+    qint64 id = 0;
+    if (index >= 0) {
+        m_open[index].entry.title = title; // a row still held back is written with it
+        id = m_open[index].id;
+    }
+    if (id > 0 && writable()) {
         if (AsRunLog::updateTitle(id, title))
             emit entriesChanged();
         else
@@ -215,4 +275,5 @@ void AsRunRecorder::finishAll(const QString& endedBy)
     }
     while (!m_open.isEmpty())
         end(0, m_open.first().sounding.elapsed(), endedBy);
+    writeHeldBack();
 }

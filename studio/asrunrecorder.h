@@ -1,5 +1,6 @@
 #pragma once
 
+#include "asrunentry.h"
 #include "relaystate.h"
 #include "track.h"
 #include "trackendreason.h"
@@ -30,6 +31,10 @@ public:
 
     // Ends every row still open, with the given word in ended_by: the window calls it on close.
     void finishAll(const QString& endedBy = QStringLiteral("stop"));
+    // Rows (and play counts) that aired while a shared server was away and wait to be written.
+    int heldBackCount() const;
+    // Writes what was held back; called when the server is back, and before every new write.
+    void writeHeldBack();
 
     // ended_by of a relay row: stopped by the user, or the stream went away (the playlist resumed).
     static QString relayStoppedText() { return QStringLiteral("stop"); }
@@ -49,14 +54,26 @@ private slots:
 
 private:
     struct OpenEntry {
-        qint64 id = 0;
+        qint64 id = 0;    // 0 while held back: the row is not in the table yet
         int row = -1;     // -1 for a relay
-        QString filePath; // file, stream URL or relay URL
+        AsRunEntry entry; // what the row holds (filePath: file, stream URL or relay URL)
         bool relay = false;
         QElapsedTimer sounding; // for the played time of a relay and of rows ended by finishAll
     };
+    // A row that ended while its start, its end or both could not be written.
+    struct HeldBack {
+        qint64 id = 0; // the row's id when its start was written, else 0
+        AsRunEntry entry;
+    };
+    struct HeldPlay {
+        QString filePath;
+        QDateTime when;
+    };
 
     bool writable();
+    // Whether rows are kept at all: the log is on, and either writable now or a shared server that
+    // will come back is away (then rows are held back).
+    bool recording();
     void disable(const QString& reason);
     qint64 start(int row, const QString& filePath, const QString& artist, const QString& title, bool isStream,
                  const QDateTime& startedAt, bool relay);
@@ -65,7 +82,9 @@ private:
     int findRelayEntry() const;
 
     QPointer<AudioEngine> m_engine;
-    QList<OpenEntry> m_open; // oldest first
+    QList<OpenEntry> m_open;    // oldest first
+    QList<HeldBack> m_heldBack; // oldest first
+    QList<HeldPlay> m_heldPlays;
     bool m_enabled = true;
     QString m_disabledReason;
     QString m_relaySource; // of the relay now active, empty when none

@@ -5,6 +5,8 @@
 #include "asrunwindow.h"
 #include "audioengine.h"
 #include "levelmeter.h"
+#include "libraryconnection.h"
+#include "librarywatcher.h"
 #include "logfile.h"
 #include "logpane.h"
 #include "missingfileguard.h"
@@ -21,7 +23,6 @@
 #include "silentrowguard.h"
 #include "studioschedule.h"
 #include "transportbar.h"
-
 
 #include <QCloseEvent>
 #include <QDateTime>
@@ -54,6 +55,7 @@ const QString appendedText = QStringLiteral("Playlist appended (a track is on ai
 const QString savedText = QStringLiteral("Playlist saved: %1 rows to %2");
 const QString moreProblems = QStringLiteral("... and %1 more");
 const QString asRunOff = QStringLiteral("As-run log is off: %1");
+const QString serverBack = QStringLiteral("Connected to the database server %1 again");
 const QString noDatabase = QStringLiteral(
     "Library database cannot be opened - the studio plays what it is given, without the library");
 
@@ -105,6 +107,20 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     connect(m_asRun, &AsRunRecorder::disabled, this, [this](const QString& reason) {
         log(asRunOff.arg(reason));
         statusBar()->showMessage(asRunOff.arg(reason));
+    });
+    // A shared server going away does not stop the air; the presenter reads why the library and the
+    // as-run log are missing, and when they are back.
+    auto* watcher = new LibraryWatcher(this);
+    connect(watcher, &LibraryWatcher::connectionLost, this, [this](const QString& reason) {
+        log(reason);
+        statusBar()->showMessage(reason);
+    });
+    connect(watcher, &LibraryWatcher::connectionRestored, this, [this] {
+        const QString text = serverBack.arg(LibraryConnection::url().displayText());
+        log(text);
+        statusBar()->showMessage(text);
+        // What aired meanwhile goes into the as-run log now.
+        m_asRun->writeHeldBack();
     });
     m_analysis = new AnalysisQueue(this);
     updateRowCount();
