@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QList>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -196,6 +197,20 @@ inline Track makeTrack(const QString& artist, const QString& title, const QStrin
     t.year = year;
     t.durationMs = durationMs;
     return t;
+}
+
+// Runs scripts/pg-test-server.sh COMMAND FOLDER [OPTION] (start, stop; --fresh, --remove) for a
+// test that starts and stops a PostgreSQL server of its own; true when the script succeeded.
+inline bool runTestServer(const QString& command, const QString& folder, const QString& option = QString())
+{
+    QProcess script;
+    script.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QStringList args{QStringLiteral(ONDARO_SOURCE_DIR "/scripts/pg-test-server.sh"), command, folder};
+    if (!option.isEmpty())
+        args << option;
+    script.start(QStringLiteral("bash"), args);
+    return script.waitForFinished(120000) && script.exitStatus() == QProcess::NormalExit &&
+           script.exitCode() == 0;
 }
 
 } // namespace testsupport

@@ -6,6 +6,8 @@
 #include "playlistmodel.h"
 #include "track.h"
 
+#include <QList>
+#include <QSignalSpy>
 #include <QString>
 #include <QStringList>
 
@@ -61,6 +63,15 @@ inline void collectLog(AudioEngine& engine, QObject* context, QStringList& logs)
 inline QString stopCommandLine()
 {
     return QStringLiteral("STOP command - playback halted (press Play or Next to continue)");
+}
+
+// The RelayState of each emission a spy on a relay state signal recorded, in order.
+inline QList<RelayState> relayStates(const QSignalSpy& spy)
+{
+    QList<RelayState> states;
+    for (const QList<QVariant>& args : spy)
+        states << qvariant_cast<RelayState>(args.at(0));
+    return states;
 }
 
 } // namespace playouttest

@@ -21,14 +21,6 @@ private:
     QByteArray taggedMp3;
     QString longTone;
 
-    static QList<RelayState> states(const QSignalSpy& spy)
-    {
-        QList<RelayState> out;
-        for (const QList<QVariant>& args : spy)
-            out << qvariant_cast<RelayState>(args.at(0));
-        return out;
-    }
-
 private slots:
     void initTestCase()
     {
@@ -65,7 +57,7 @@ private slots:
         engine.startRelay(server.url());
         QCOMPARE(engine.relayState(), RelayState::Connecting);
         QTRY_COMPARE_WITH_TIMEOUT(engine.relayState(), RelayState::Live, 15000);
-        QCOMPARE(states(status), (QList<RelayState>{RelayState::Connecting, RelayState::Live}));
+        QCOMPARE(relayStates(status), (QList<RelayState>{RelayState::Connecting, RelayState::Live}));
         QCOMPARE(status.last().at(1).toString(), server.url());
         QCOMPARE(ended.count(), 1);
         QCOMPARE(qvariant_cast<TrackEndReason>(ended.first().at(2)), TrackEndReason::Relay);
@@ -78,11 +70,11 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(engine.relayState(), RelayState::Lost, 15000);
         QTRY_COMPARE_WITH_TIMEOUT(started.count(), 2, 15000);
         QCOMPARE(started.last().at(0).toInt(), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(states(status).count(RelayState::Connecting) >= 2, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(relayStates(status).count(RelayState::Connecting) >= 2, 15000);
 
         engine.stopRelay();
         QCOMPARE(engine.relayState(), RelayState::Off);
-        QCOMPARE(states(status).last(), RelayState::Off);
+        QCOMPARE(relayStates(status).last(), RelayState::Off);
         engine.stop();
         QCOMPARE(ended.count(), 2);
         QCOMPARE(qvariant_cast<TrackEndReason>(ended.last().at(2)), TrackEndReason::Stop);

@@ -1,4 +1,5 @@
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 #include "relay.h"
 #include "streamserver.h"
 
@@ -18,14 +19,6 @@ class TestRelay : public QObject
 private:
     QTemporaryDir dir;
     QByteArray taggedMp3; // tone with artist and title tags
-
-    static QList<RelayState> states(const QSignalSpy& spy)
-    {
-        QList<RelayState> out;
-        for (const QList<QVariant>& args : spy)
-            out << qvariant_cast<RelayState>(args.at(0));
-        return out;
-    }
 
 private slots:
     void initTestCase()
@@ -55,13 +48,13 @@ private slots:
         QVERIFY(!relay.outputDeviceDescription().isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(live.count(), 1, 15000);
         QCOMPARE(relay.state(), RelayState::Live);
-        QCOMPARE(states(changes), (QList<RelayState>{RelayState::Connecting, RelayState::Live}));
+        QCOMPARE(relayStates(changes), (QList<RelayState>{RelayState::Connecting, RelayState::Live}));
         QTRY_VERIFY_WITH_TIMEOUT(!titles.isEmpty(), 15000);
         QCOMPARE(titles.first().at(0).toString(), QStringLiteral("Night Owls - Relay Hour"));
         QTRY_VERIFY_WITH_TIMEOUT(!buffers.isEmpty(), 15000);
         relay.stop();
         QCOMPARE(relay.state(), RelayState::Off);
-        QCOMPARE(states(changes).last(), RelayState::Off);
+        QCOMPARE(relayStates(changes).last(), RelayState::Off);
         QCOMPARE(relay.outputDeviceDescription(), QString());
     }
 
@@ -83,7 +76,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(reconnecting.count() >= 1, 10000);
         QVERIFY(server.start(server.port()));
         QTRY_COMPARE_WITH_TIMEOUT(live.count(), 2, 20000);
-        const QList<RelayState> seen = states(changes);
+        const QList<RelayState> seen = relayStates(changes);
         QCOMPARE(seen.mid(0, 3),
                  (QList<RelayState>{RelayState::Connecting, RelayState::Live, RelayState::Lost}));
         QCOMPARE(seen.last(), RelayState::Live);

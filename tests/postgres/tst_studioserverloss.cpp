@@ -13,6 +13,7 @@
 #include "playlistmodel.h"
 #include "studiotestsupport.h"
 #include "studiowindow.h"
+#include "testsupport.h"
 
 #include <QMediaDevices>
 #include <QProcess>
@@ -51,14 +52,7 @@ private:
 
 bool TestStudioServerLoss::server(const QString& command, const QString& option)
 {
-    QProcess script;
-    script.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    QStringList args{QStringLiteral(ONDARO_SOURCE_DIR "/scripts/pg-test-server.sh"), command, serverDir};
-    if (!option.isEmpty())
-        args << option;
-    script.start(QStringLiteral("bash"), args);
-    return script.waitForFinished(120000) && script.exitStatus() == QProcess::NormalExit &&
-           script.exitCode() == 0;
+    return testsupport::runTestServer(command, serverDir, option);
 }
 
 QStringList TestStudioServerLoss::titlesOnServer()
