@@ -8,7 +8,7 @@ packages=(
     qt6-base-dev qt6-multimedia-dev libqt6sql6-sqlite qt6-qpa-plugins libgl-dev
     libtag1-dev libsqlite3-dev
     libavformat-dev libavcodec-dev libswresample-dev libavutil-dev libebur128-dev
-    libqt6sql6-psql postgresql
+    libqt6sql6-psql postgresql postgresql-15
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-pulseaudio
     pulseaudio pulseaudio-utils
