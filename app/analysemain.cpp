@@ -175,9 +175,12 @@ int main(int argc, char* argv[])
         QCoreApplication::quit();
     });
 
+    // One read of the stored stamps for the whole list, then only the disk per file.
     QStringList toAnalyse;
+    const auto stamps = store ? TrackAnalysis::storedStamps(files) : QHash<QString, QPair<qint64, qint64>>();
     for (const QString& path : files) {
-        if (store && TrackAnalysis::isUpToDate(path))
+        const auto stamp = stamps.constFind(path);
+        if (stamp != stamps.cend() && TrackAnalysis::fileMatchesStamp(path, *stamp))
             printer.add(TrackAnalysis::load(path));
         else
             toAnalyse << path;

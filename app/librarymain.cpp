@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlError>
-#include <QStandardPaths>
 #include <QTextStream>
 
 namespace {
@@ -36,12 +35,6 @@ QTextStream& err()
 {
     static QTextStream stream(stderr);
     return stream;
-}
-
-QString embeddedFile()
-{
-    return MusicLibrary::databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)) +
-           QStringLiteral("/library.db");
 }
 
 void showProgress(const QString& table, qint64 done, qint64 total)
@@ -84,7 +77,7 @@ int copyTo(const QString& text)
     const DatabaseUrl url = serverUrl(text, ok);
     if (!ok)
         return 2;
-    const QString file = embeddedFile();
+    const QString file = MusicLibrary::embeddedDatabaseFile();
     if (!QFileInfo::exists(file)) {
         err() << QStringLiteral("There is no embedded library database at %1; nothing to copy.").arg(file)
               << Qt::endl;
@@ -121,12 +114,13 @@ int copyFrom(const QString& text)
     }
     LibraryConnection::setUrl(DatabaseUrl());
     if (!MusicLibrary::setUpTables()) {
-        err() << QStringLiteral("Cannot open the embedded library database %1").arg(embeddedFile())
+        err() << QStringLiteral("Cannot open the embedded library database %1")
+                     .arg(MusicLibrary::embeddedDatabaseFile())
               << Qt::endl;
         return 1;
     }
     return finish(DatabaseCopy::copy(source, MusicLibrary::database(), showProgress), url.displayText(),
-                  embeddedFile());
+                  MusicLibrary::embeddedDatabaseFile());
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include <QElapsedTimer>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QStandardPaths>
 #include <QThread>
 
 namespace {
@@ -81,10 +80,7 @@ QSqlDatabase LibraryConnection::create()
     g_state.url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
     if (g_state.url.isEmbedded()) {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
-        const QString folder =
-            MusicLibrary::databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
-        QDir().mkpath(folder);
-        db.setDatabaseName(folder + QStringLiteral("/library.db"));
+        db.setDatabaseName(MusicLibrary::embeddedDatabaseFile());
         if (db.open() && QThread::idealThreadCount() > 1) {
             // Lets SQLite sort a large listing's rows on a second core while it still reads them.
             QSqlQuery(db).exec(QStringLiteral("PRAGMA threads=1"));

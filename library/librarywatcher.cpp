@@ -7,6 +7,7 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QTimer>
+#include <QVariant>
 
 namespace {
 
@@ -68,10 +69,14 @@ void LibraryWatcher::subscribe()
 }
 
 void LibraryWatcher::onNotification(const QString& name, QSqlDriver::NotificationSource source,
-                                    const QVariant&)
+                                    const QVariant& payload)
 {
-    // This program's own changes are already on its screen.
+    // This program's own changes are already on its screen. The payload names the changed table;
+    // plays going on air (as_run), analyses and track parameters change nothing a library list shows.
     if (name != PgSchema::kChannel || source == QSqlDriver::SelfSource)
+        return;
+    const QString table = payload.toString();
+    if (table != QLatin1String("tracks") && table != QLatin1String("libraries"))
         return;
     if (!settleTimer->isActive())
         settleTimer->start();

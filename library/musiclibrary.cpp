@@ -187,6 +187,14 @@ QString MusicLibrary::databaseFolder(const QString& configLocation)
     return QDir::homePath() + QStringLiteral("/.ondaro");
 }
 
+QString MusicLibrary::embeddedDatabaseFile()
+{
+    const QString folder =
+        databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+    QDir().mkpath(folder);
+    return folder + QStringLiteral("/library.db");
+}
+
 void MusicLibrary::ensureSchema()
 {
     QSqlDatabase db = database();

@@ -41,6 +41,9 @@ public:
     static QSqlDatabase database();
     // The folder of library.db: the configuration location, or "~/.ondaro" when that is empty.
     static QString databaseFolder(const QString& configLocation);
+    // The embedded database file of this user: databaseFolder() of the configuration location plus
+    // "library.db"; the folder is created when missing.
+    static QString embeddedDatabaseFile();
     static void ensureSchema();
     static bool ftsAvailable();
     // Opens the database and, when it is open, sets up the schema, the track-parameter table and

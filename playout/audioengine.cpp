@@ -174,6 +174,14 @@ qint64 AudioEngine::duration() const
     return m_decks[m_currentDeck]->player()->duration();
 }
 
+qint64 AudioEngine::effectiveDuration() const
+{
+    const qint64 fileDuration = duration();
+    if (m_plan.endMs <= 0)
+        return fileDuration;
+    return fileDuration > 0 ? std::min(m_plan.endMs, fileDuration) : m_plan.endMs;
+}
+
 double AudioEngine::deckGain(int deck) const
 {
     return m_decks[deck & 1]->gain();
@@ -596,11 +604,10 @@ void AudioEngine::checkMix(qint64 position)
     if (m_mixTriggered || !m_autoPlayNext)
         return;
     const Deck* deck = m_decks[m_currentDeck];
-    const qint64 fileDuration = deck->player()->duration();
-    if (!m_crossfadeEnabled || fileDuration < 1)
+    if (!m_crossfadeEnabled || deck->player()->duration() < 1)
         return;
     // A cue-out is the track's end for the mix as well.
-    const qint64 duration = m_plan.endMs > 0 ? std::min(m_plan.endMs, fileDuration) : fileDuration;
+    const qint64 duration = effectiveDuration();
     const qint64 remaining = duration - position;
 
     int rowMix = -1;

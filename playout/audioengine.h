@@ -40,6 +40,9 @@ public:
     bool isPlaying() const;
     qint64 position() const;
     qint64 duration() const;
+    // Where the current track ends as played: its cue-out when the engine uses one (never past the
+    // file's end), otherwise the file's duration; ms, <= 0 when not known yet.
+    qint64 effectiveDuration() const;
     void reloadSettings();
 
     // Mixing primitives (deck 0 or 1).

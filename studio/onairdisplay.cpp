@@ -120,11 +120,9 @@ void OnAirDisplay::refresh()
     m_now->setText(onAir ? StudioSchedule::trackText(current) : nothingOnAir);
 
     const qint64 position = std::max<qint64>(m_engine->position(), 0);
-    qint64 duration = m_engine->duration();
-    // A cue-out point ends the track early; the presenter counts down to it.
-    const qint64 cueOut = m_engine->currentParams().end;
-    if (cueOut > 0 && (duration <= 0 || cueOut < duration))
-        duration = cueOut;
+    // The end as the engine plays it (a cue-out in use ends the track early): the presenter counts
+    // down to that.
+    const qint64 duration = m_engine->effectiveDuration();
     const bool sounding = onAir && !current.isCommand;
     if (sounding && duration > 0) {
         m_remainingMs = std::max<qint64>(duration - position, 0);

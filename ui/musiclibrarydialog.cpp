@@ -327,10 +327,22 @@ QString MusicLibraryDialog::statusText() const
 
 void MusicLibraryDialog::onLibraryChangedElsewhere()
 {
+    // Only reads: a write here (setLibrary creates its library) would notify the other windows, whose
+    // refresh would notify this one again, without end.
+    const QStringList names = MusicLibrary::libraries();
+    if (!names.contains(lib.name)) {
+        reloadLibraries(); // the library shown here was deleted elsewhere
+        return;
+    }
+    loadingLibraries = true;
+    librarySelector->clear();
+    librarySelector->addItems(names);
+    librarySelector->setCurrentIndex(int(names.indexOf(lib.name)));
+    loadingLibraries = false;
     // Whoever is typing in the search or filter boxes keeps the text, the cursor and the focus; the
     // table keeps its place.
     const int scrolled = table->verticalScrollBar()->value();
-    reloadLibraries();
+    refreshTable();
     table->verticalScrollBar()->setValue(scrolled);
 }
 
