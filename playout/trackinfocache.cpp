@@ -1,7 +1,14 @@
 #include "trackinfocache.h"
 
+#include "playlistmodel.h"
+
 // Provisional: reads on demand, on the caller's thread.
 TrackInfoCache::TrackInfoCache(QObject* parent) : QObject(parent) {}
+
+void TrackInfoCache::watch(PlaylistModel* model)
+{
+    m_watched = model;
+}
 
 void TrackInfoCache::prefetch(const QStringList&) {}
 

@@ -4,8 +4,11 @@
 #include "trackparams.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
+
+class PlaylistModel;
 
 // What the playout knows of a file from the store: its parameters and its analysis.
 struct TrackInfo {
@@ -24,6 +27,9 @@ class TrackInfoCache : public QObject
 public:
     explicit TrackInfoCache(QObject* parent = nullptr);
 
+    // Reads ahead every file row of the model, now and whenever rows are added or the list is
+    // replaced; a null model stops watching.
+    void watch(PlaylistModel* model);
     // Reads the stored parameters and analysis of these files ahead of time.
     void prefetch(const QStringList& paths);
     // What is known of the file now, never waiting on a server.
@@ -34,4 +40,7 @@ public:
 signals:
     // The information of the file was read (or read again).
     void infoReady(const QString& path);
+
+private:
+    QPointer<PlaylistModel> m_watched;
 };

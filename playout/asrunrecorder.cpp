@@ -4,7 +4,7 @@
 #include "audioengine.h"
 #include "libraryconnection.h"
 #include "musiclibrary.h"
-#include "studiologging.h"
+#include "playoutlogging.h"
 
 #include <QSqlDatabase>
 
@@ -40,7 +40,7 @@ AsRunRecorder::AsRunRecorder(AudioEngine* engine, QObject* parent) : QObject(par
     if (!reason.isEmpty()) {
         m_enabled = false;
         m_disabledReason = reason;
-        qCWarning(lcStudio) << reason;
+        qCWarning(lcPlayout) << reason;
         QMetaObject::invokeMethod(
             this, [this, reason] { emit disabled(reason); }, Qt::QueuedConnection);
     }
@@ -68,7 +68,7 @@ bool AsRunRecorder::recording()
         return true;
     }
     if (m_enabled)
-        qCWarning(lcStudio).noquote() << "as-run row held back:" << LibraryConnection::problem();
+        qCWarning(lcPlayout).noquote() << "as-run row held back:" << LibraryConnection::problem();
     return m_enabled;
 }
 
@@ -103,7 +103,7 @@ void AsRunRecorder::writeHeldBack()
             open.id = AsRunLog::recordStart(open.entry);
     }
     if (heldBackCount() > 0)
-        qCWarning(lcStudio) << heldBackCount() << "as-run rows are still held back";
+        qCWarning(lcPlayout) << heldBackCount() << "as-run rows are still held back";
     emit entriesChanged();
 }
 
@@ -114,7 +114,7 @@ void AsRunRecorder::disable(const QString& reason)
     m_enabled = false;
     m_disabledReason = reason;
     m_open.clear();
-    qCWarning(lcStudio) << reason;
+    qCWarning(lcPlayout) << reason;
     emit disabled(reason);
 }
 
@@ -130,7 +130,7 @@ qint64 AsRunRecorder::start(int row, const QString& filePath, const QString& art
     // Held back (id 0) when it cannot be written now; written with the rest when it can.
     const qint64 id = writable() ? AsRunLog::recordStart(entry) : 0;
     if (id <= 0)
-        qCWarning(lcStudio) << "as-run row held back for" << filePath;
+        qCWarning(lcPlayout) << "as-run row held back for" << filePath;
     OpenEntry open;
     open.id = qMax<qint64>(id, 0);
     open.row = row;
@@ -150,7 +150,7 @@ void AsRunRecorder::end(int index, qint64 playedMs, const QString& endedBy)
     open.entry.endedBy = endedBy;
     if (open.id <= 0 || !writable() ||
         !AsRunLog::recordEnd(open.id, open.entry.endedAt, open.entry.playedMs, open.entry.endedBy)) {
-        qCWarning(lcStudio) << "end of as-run row held back for" << open.entry.filePath;
+        qCWarning(lcPlayout) << "end of as-run row held back for" << open.entry.filePath;
         m_heldBack << HeldBack{open.id, open.entry};
     }
     emit entriesChanged();
@@ -201,7 +201,7 @@ void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason rea
     const int index = findTrackEntry(row, track.filePath);
     if (index < 0) {
         // Rows already closed by finishAll, or started before the recorder existed.
-        qCDebug(lcStudio) << "end of a row that has no open as-run entry:" << row << track.filePath;
+        qCDebug(lcPlayout) << "end of a row that has no open as-run entry:" << row << track.filePath;
         return;
     }
     end(index, playedMs, trackEndReasonText(reason));
@@ -263,7 +263,7 @@ void AsRunRecorder::onStreamMetadata(const QString& title)
         if (AsRunLog::updateTitle(id, title))
             emit entriesChanged();
         else
-            qCWarning(lcStudio) << "as-run title of row" << id << "not updated";
+            qCWarning(lcPlayout) << "as-run title of row" << id << "not updated";
     }
 }
 
