@@ -2,6 +2,7 @@
 
 #include "analysislogging.h"
 #include "audioanalyser.h"
+#include "settingkeys.h"
 
 #include <QSettings>
 #include <QThread>
@@ -17,7 +18,7 @@ constexpr int kWriteDelayMs = 1000;
 
 QString AnalysisQueue::targetLufsKey()
 {
-    return QStringLiteral("analysis/targetLufs");
+    return Settings::targetLufs.key();
 }
 
 AnalysisQueue::AnalysisQueue(QObject* parent)
@@ -25,8 +26,8 @@ AnalysisQueue::AnalysisQueue(QObject* parent)
 {
     m_pool.setMaxThreadCount(QThread::idealThreadCount());
     bool ok = false;
-    const double target = QSettings().value(targetLufsKey(), kDefaultTargetLufs).toDouble(&ok);
-    m_targetLufs = ok && std::isfinite(target) ? target : kDefaultTargetLufs;
+    const double target = QSettings().value(targetLufsKey(), Settings::targetLufs.fallback).toDouble(&ok);
+    m_targetLufs = ok && std::isfinite(target) ? target : Settings::targetLufs.fallback;
     m_writeTimer.setSingleShot(true);
     m_writeTimer.setInterval(kWriteDelayMs);
     connect(&m_writeTimer, &QTimer::timeout, this, &AnalysisQueue::writeResults);

@@ -29,7 +29,7 @@ public:
 
     void setMaxJobs(int jobs);
     int maxJobs() const;
-    // Defaults to the setting "analysis/targetLufs" (-18.0), read when the queue is made.
+    // Defaults to the setting Settings::targetLufs, read when the queue is made.
     void setTargetLufs(double lufs) { m_targetLufs = lufs; }
     double targetLufs() const { return m_targetLufs; }
     // Whether results are written to the store (default true) and whether stored, up-to-date
@@ -49,9 +49,8 @@ public:
     // it is not retried on every run; a cancelled or timed-out one and a vanished file are not.
     static bool isWorthStoring(const TrackAnalysis& analysis);
 
-    // The settings key of the target loudness and its default.
+    // The settings key of the target loudness (Settings::targetLufs).
     static QString targetLufsKey();
-    static constexpr double kDefaultTargetLufs = -18.0;
 
 public slots:
     // Stops the run: waiting files are dropped, running ones abandoned (nothing of them is written);
@@ -87,7 +86,7 @@ private:
     int m_total = 0;
     int m_analysed = 0;
     int m_batchSize = 50;
-    double m_targetLufs = kDefaultTargetLufs;
+    double m_targetLufs = 0.0; // LUFS; the setting's value, set by the constructor
     bool m_storeResults = true;
     bool m_skipUpToDate = true;
 };

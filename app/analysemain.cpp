@@ -4,6 +4,7 @@
 #include "applicationidentity.h"
 #include "audioanalyser.h"
 #include "musiclibrary.h"
+#include "settingkeys.h"
 #include "trackanalysis.h"
 
 #include <QCommandLineParser>
@@ -28,7 +29,7 @@ constexpr int kProgressAfterMs = 2000;
 const char* const kDescription =
     "Measures the loudness (EBU R 128: integrated loudness, loudness range, true peak) and finds the\n"
     "cue points (cue-in, cue-out, mix start) of audio files, and the gain that brings each to the\n"
-    "target loudness (setting \"analysis/targetLufs\", default -18 LUFS) with its true peak at or\n"
+    "target loudness (setting \"%1\", default %2 LUFS) with its true peak at or\n"
     "below -1 dBTP. Folders are searched recursively for audio files, as Add folder does.\n"
     "\n"
     "Exit status: 0 when every file was analysed, 1 when some failed, 2 on a usage error.";
@@ -92,7 +93,8 @@ int main(int argc, char* argv[])
     setOndaroIdentity();
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QString::fromUtf8(kDescription));
+    parser.setApplicationDescription(
+        QString::fromUtf8(kDescription).arg(Settings::targetLufs.key()).arg(Settings::targetLufs.fallback));
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption jsonOption(QStringLiteral("json"),
                                         QStringLiteral("Print one JSON object per file, one per line."));

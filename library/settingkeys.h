@@ -49,4 +49,34 @@ inline const SettingKey<double> targetLufs{"analysis/targetLufs", -18.0}; // LUF
 // The library's database: a PostgreSQL URL, empty for the embedded database.
 inline const SettingKey<QString> databaseUrl{"library/databaseUrl", QString()};
 
+// The station format file the schedule window generated from last; empty until one was used.
+inline const SettingKey<QString> scheduleFormatFile{"schedule/formatFile", QString()};
+
+// Every key above, each handed to visit(key) once: for checks that must cover all of them. A key
+// declared above and missing here is caught by tests/library/tst_settingkeys.cpp.
+template <typename Visitor>
+void forEachKey(Visitor&& visit)
+{
+    visit(outputDevice);
+    visit(defaultVolume);
+    visit(crossfadeEnabled);
+    visit(mixPointMs);
+    visit(fadeInMs);
+    visit(fadeOutMs);
+    visit(triggerMixEnabled);
+    visit(triggerMixDb);
+    visit(fadeOutOnMix);
+    visit(minCrossfadeMs);
+    visit(autoPlayNext);
+    visit(useCuePoints);
+    visit(normalizeLoudness);
+    visit(silentFileLimitMs);
+    visit(silentStreamLimitMs);
+    visit(voiceoversEnabled);
+    visit(relayStartNextOnStop);
+    visit(targetLufs);
+    visit(databaseUrl);
+    visit(scheduleFormatFile);
+}
+
 } // namespace Settings

@@ -4,6 +4,7 @@
 #include "musiclibrary.h"
 #include "playlistfile.h"
 #include "schedulebuilder.h"
+#include "settingkeys.h"
 
 #include <QComboBox>
 #include <QDateEdit>
@@ -17,7 +18,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRegularExpressionValidator>
-#include <QSettings>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QTableWidget>
@@ -26,7 +26,6 @@
 
 namespace {
 
-const QString kFormatKey = QStringLiteral("schedule/formatFile");
 const QString kNothingToReport = QStringLiteral("Nothing to report: every slot was filled within the rules.");
 const QStringList kColumns = {QStringLiteral("Start"), QStringLiteral("Length"),   QStringLiteral("Artist"),
                               QStringLiteral("Title"), QStringLiteral("Category"), QStringLiteral("Clock")};
@@ -47,7 +46,7 @@ ScheduleWindow::ScheduleWindow(QWidget* parent) : QDialog(parent)
 
     m_formatPath = new QLineEdit(this);
     m_formatPath->setObjectName(QStringLiteral("formatPath"));
-    m_formatPath->setText(QSettings().value(kFormatKey).toString());
+    m_formatPath->setText(Settings::scheduleFormatFile.read());
     auto* browse = new QPushButton(QStringLiteral("Browse…"), this);
     connect(browse, &QPushButton::clicked, this, &ScheduleWindow::chooseFormatFile);
     auto* formatRow = new QHBoxLayout;
@@ -204,7 +203,7 @@ void ScheduleWindow::preview()
         showFailure(QStringLiteral("format %1: %2").arg(formatPath, format.error));
         return;
     }
-    QSettings().setValue(kFormatKey, formatPath);
+    Settings::scheduleFormatFile.write(formatPath);
     bool seedOk = false;
     const quint64 seed = m_seed->text().toULongLong(&seedOk);
     if (!seedOk) {
