@@ -1,6 +1,7 @@
 #include "settingsdialog.h"
 
 #include "audioengine.h"
+#include "settingkeys.h"
 
 #include <QAudioDevice>
 #include <QCheckBox>
@@ -15,27 +16,9 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
-
-// The keys and defaults the engine reads (AudioEngine::reloadSettings, MixSettings, the relay, the
-// voiceovers and the loudness analysis).
-const QString kOutputDevice = QStringLiteral("audio/outputDevice");
-const QString kDefaultVolume = QStringLiteral("audio/defaultVolume");
-const QString kCrossfadeEnabled = QStringLiteral("playback/crossfadeEnabled");
-const QString kMixPointMs = QStringLiteral("playback/mixPointMs");
-const QString kFadeInMs = QStringLiteral("playback/fadeInMs");
-const QString kFadeOutMs = QStringLiteral("playback/fadeOutMs");
-const QString kTriggerMixEnabled = QStringLiteral("playback/triggerMixEnabled");
-const QString kTriggerMixDb = QStringLiteral("playback/triggerMixDb");
-const QString kFadeOutOnMix = QStringLiteral("playback/fadeOutOnMix");
-const QString kMinCrossfadeMs = QStringLiteral("playback/minCrossfadeMs");
-const QString kAutoPlayNext = QStringLiteral("playback/autoPlayNext");
-const QString kVoiceoversEnabled = QStringLiteral("voiceovers/enabled");
-const QString kStartNextOnStop = QStringLiteral("relay/startNextOnStop");
-const QString kTargetLufs = QStringLiteral("analysis/targetLufs");
-const QString kNormalizeLoudness = QStringLiteral("playback/normalizeLoudness");
-const QString kUseCuePoints = QStringLiteral("playback/useCuePoints");
 
 constexpr int kMaxFadeMs = 60000;           // one minute
 constexpr int kMaxMixPointMs = 600000;      // ten minutes
@@ -53,9 +36,9 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     setWindowTitle(QStringLiteral("Settings"));
 
     m_outputDevice = new QComboBox(this);
-    m_outputDevice->setObjectName(kOutputDevice);
+    m_outputDevice->setObjectName(Settings::outputDevice.key());
     m_defaultVolume = new QSpinBox(this);
-    m_defaultVolume->setObjectName(kDefaultVolume);
+    m_defaultVolume->setObjectName(Settings::defaultVolume.key());
     m_defaultVolume->setRange(0, 100);
     m_defaultVolume->setSuffix(QStringLiteral(" %"));
     auto* audio = new QGroupBox(QStringLiteral("Audio"), this);
@@ -63,21 +46,21 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     audioForm->addRow(QStringLiteral("Output device:"), m_outputDevice);
     audioForm->addRow(QStringLiteral("Volume at start:"), m_defaultVolume);
 
-    m_crossfadeEnabled = addCheck(kCrossfadeEnabled, QStringLiteral("Crossfade and mix automatically"));
-    m_mixPointMs = addMs(kMixPointMs, kMaxMixPointMs);
-    m_fadeInMs = addMs(kFadeInMs, kMaxFadeMs);
-    m_fadeOutMs = addMs(kFadeOutMs, kMaxFadeMs);
+    m_crossfadeEnabled = addCheck(Settings::crossfadeEnabled.key(), QStringLiteral("Crossfade and mix automatically"));
+    m_mixPointMs = addMs(Settings::mixPointMs.key(), kMaxMixPointMs);
+    m_fadeInMs = addMs(Settings::fadeInMs.key(), kMaxFadeMs);
+    m_fadeOutMs = addMs(Settings::fadeOutMs.key(), kMaxFadeMs);
     m_triggerMixEnabled =
-        addCheck(kTriggerMixEnabled, QStringLiteral("Start the next track when the level falls"));
+        addCheck(Settings::triggerMixEnabled.key(), QStringLiteral("Start the next track when the level falls"));
     m_triggerMixDb = new QDoubleSpinBox(this);
-    m_triggerMixDb->setObjectName(kTriggerMixDb);
+    m_triggerMixDb->setObjectName(Settings::triggerMixDb.key());
     m_triggerMixDb->setRange(-100.0, 0.0);
     m_triggerMixDb->setDecimals(1);
     m_triggerMixDb->setSingleStep(0.5);
     m_triggerMixDb->setSuffix(QStringLiteral(" dB"));
-    m_fadeOutOnMix = addCheck(kFadeOutOnMix, QStringLiteral("Fade the outgoing track out at the mix point"));
-    m_minCrossfadeMs = addMs(kMinCrossfadeMs, kMaxMinCrossfadeMs);
-    m_autoPlayNext = addCheck(kAutoPlayNext, QStringLiteral("Go on to the next row at the end of a track"));
+    m_fadeOutOnMix = addCheck(Settings::fadeOutOnMix.key(), QStringLiteral("Fade the outgoing track out at the mix point"));
+    m_minCrossfadeMs = addMs(Settings::minCrossfadeMs.key(), kMaxMinCrossfadeMs);
+    m_autoPlayNext = addCheck(Settings::autoPlayNext.key(), QStringLiteral("Go on to the next row at the end of a track"));
     auto* playback = new QGroupBox(QStringLiteral("Playback"), this);
     auto* playbackForm = new QFormLayout(playback);
     playbackForm->addRow(m_crossfadeEnabled);
@@ -91,22 +74,22 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     playbackForm->addRow(m_autoPlayNext);
 
     m_targetLufs = new QDoubleSpinBox(this);
-    m_targetLufs->setObjectName(kTargetLufs);
+    m_targetLufs->setObjectName(Settings::targetLufs.key());
     m_targetLufs->setRange(-70.0, 0.0);
     m_targetLufs->setDecimals(1);
     m_targetLufs->setSingleStep(0.5);
     m_targetLufs->setSuffix(QStringLiteral(" LUFS"));
     m_normalizeLoudness =
-        addCheck(kNormalizeLoudness, QStringLiteral("Play every track at the target loudness"));
-    m_useCuePoints = addCheck(kUseCuePoints, QStringLiteral("Use the cue points found by the analysis"));
+        addCheck(Settings::normalizeLoudness.key(), QStringLiteral("Play every track at the target loudness"));
+    m_useCuePoints = addCheck(Settings::useCuePoints.key(), QStringLiteral("Use the cue points found by the analysis"));
     auto* analysis = new QGroupBox(QStringLiteral("Loudness and cue points"), this);
     auto* analysisForm = new QFormLayout(analysis);
     analysisForm->addRow(QStringLiteral("Target loudness:"), m_targetLufs);
     analysisForm->addRow(m_normalizeLoudness);
     analysisForm->addRow(m_useCuePoints);
 
-    m_voiceoversEnabled = addCheck(kVoiceoversEnabled, QStringLiteral("Play voiceovers"));
-    m_startNextOnStop = addCheck(kStartNextOnStop, QStringLiteral("After a relay stops, start the next row"));
+    m_voiceoversEnabled = addCheck(Settings::voiceoversEnabled.key(), QStringLiteral("Play voiceovers"));
+    m_startNextOnStop = addCheck(Settings::relayStartNextOnStop.key(), QStringLiteral("After a relay stops, start the next row"));
     auto* other = new QGroupBox(QStringLiteral("Voiceovers and relay"), this);
     auto* otherForm = new QFormLayout(other);
     otherForm->addRow(m_voiceoversEnabled);
@@ -145,8 +128,7 @@ QCheckBox* SettingsDialog::addCheck(const QString& key, const QString& text)
 
 void SettingsDialog::load()
 {
-    const QSettings s;
-    const QString device = s.value(kOutputDevice).toString();
+    const QString device = Settings::outputDevice.read();
     m_outputDevice->addItem(systemDefaultText(), QString());
     const QList<QAudioDevice> outputs = QMediaDevices::audioOutputs();
     for (const QAudioDevice& output : outputs) {
@@ -158,52 +140,84 @@ void SettingsDialog::load()
         m_outputDevice->addItem(unavailable(device), device);
     m_outputDevice->setCurrentIndex(std::max(0, m_outputDevice->findData(device)));
 
-    m_defaultVolume->setValue(s.value(kDefaultVolume, 80).toInt());
-    m_crossfadeEnabled->setChecked(s.value(kCrossfadeEnabled, false).toBool());
-    m_mixPointMs->setValue(s.value(kMixPointMs, 2500).toInt());
-    m_fadeInMs->setValue(s.value(kFadeInMs, 1500).toInt());
-    m_fadeOutMs->setValue(s.value(kFadeOutMs, 2500).toInt());
-    m_triggerMixEnabled->setChecked(s.value(kTriggerMixEnabled, false).toBool());
-    m_triggerMixDb->setValue(s.value(kTriggerMixDb, -14.0).toDouble());
-    m_fadeOutOnMix->setChecked(s.value(kFadeOutOnMix, true).toBool());
-    m_minCrossfadeMs->setValue(s.value(kMinCrossfadeMs, 45000).toInt());
-    m_autoPlayNext->setChecked(s.value(kAutoPlayNext, true).toBool());
-    m_voiceoversEnabled->setChecked(s.value(kVoiceoversEnabled, true).toBool());
-    m_startNextOnStop->setChecked(s.value(kStartNextOnStop, false).toBool());
-    m_targetLufs->setValue(s.value(kTargetLufs, -18.0).toDouble());
-    m_normalizeLoudness->setChecked(s.value(kNormalizeLoudness, false).toBool());
-    m_useCuePoints->setChecked(s.value(kUseCuePoints, false).toBool());
+    m_defaultVolume->setValue(Settings::defaultVolume.read());
+    m_crossfadeEnabled->setChecked(Settings::crossfadeEnabled.read());
+    m_mixPointMs->setValue(Settings::mixPointMs.read());
+    m_fadeInMs->setValue(Settings::fadeInMs.read());
+    m_fadeOutMs->setValue(Settings::fadeOutMs.read());
+    m_triggerMixEnabled->setChecked(Settings::triggerMixEnabled.read());
+    m_triggerMixDb->setValue(Settings::triggerMixDb.read());
+    m_fadeOutOnMix->setChecked(Settings::fadeOutOnMix.read());
+    m_minCrossfadeMs->setValue(Settings::minCrossfadeMs.read());
+    m_autoPlayNext->setChecked(Settings::autoPlayNext.read());
+    m_voiceoversEnabled->setChecked(Settings::voiceoversEnabled.read());
+    m_startNextOnStop->setChecked(Settings::relayStartNextOnStop.read());
+    m_targetLufs->setValue(Settings::targetLufs.read());
+    m_normalizeLoudness->setChecked(Settings::normalizeLoudness.read());
+    m_useCuePoints->setChecked(Settings::useCuePoints.read());
+    m_shownAtOpen = shownValues();
 }
 
 void SettingsDialog::save() const
 {
-    QSettings s;
-    s.setValue(kOutputDevice, m_outputDevice->currentData().toString());
-    s.setValue(kDefaultVolume, m_defaultVolume->value());
-    s.setValue(kCrossfadeEnabled, m_crossfadeEnabled->isChecked());
-    s.setValue(kMixPointMs, m_mixPointMs->value());
-    s.setValue(kFadeInMs, m_fadeInMs->value());
-    s.setValue(kFadeOutMs, m_fadeOutMs->value());
-    s.setValue(kTriggerMixEnabled, m_triggerMixEnabled->isChecked());
-    s.setValue(kTriggerMixDb, m_triggerMixDb->value());
-    s.setValue(kFadeOutOnMix, m_fadeOutOnMix->isChecked());
-    s.setValue(kMinCrossfadeMs, m_minCrossfadeMs->value());
-    s.setValue(kAutoPlayNext, m_autoPlayNext->isChecked());
-    s.setValue(kVoiceoversEnabled, m_voiceoversEnabled->isChecked());
-    s.setValue(kStartNextOnStop, m_startNextOnStop->isChecked());
-    s.setValue(kTargetLufs, m_targetLufs->value());
-    s.setValue(kNormalizeLoudness, m_normalizeLoudness->isChecked());
-    s.setValue(kUseCuePoints, m_useCuePoints->isChecked());
-    s.sync();
+    Settings::outputDevice.write(m_outputDevice->currentData().toString());
+    Settings::defaultVolume.write(m_defaultVolume->value());
+    Settings::crossfadeEnabled.write(m_crossfadeEnabled->isChecked());
+    Settings::mixPointMs.write(m_mixPointMs->value());
+    Settings::fadeInMs.write(m_fadeInMs->value());
+    Settings::fadeOutMs.write(m_fadeOutMs->value());
+    Settings::triggerMixEnabled.write(m_triggerMixEnabled->isChecked());
+    Settings::triggerMixDb.write(m_triggerMixDb->value());
+    Settings::fadeOutOnMix.write(m_fadeOutOnMix->isChecked());
+    Settings::minCrossfadeMs.write(m_minCrossfadeMs->value());
+    Settings::autoPlayNext.write(m_autoPlayNext->isChecked());
+    Settings::voiceoversEnabled.write(m_voiceoversEnabled->isChecked());
+    Settings::relayStartNextOnStop.write(m_startNextOnStop->isChecked());
+    Settings::targetLufs.write(m_targetLufs->value());
+    Settings::normalizeLoudness.write(m_normalizeLoudness->isChecked());
+    Settings::useCuePoints.write(m_useCuePoints->isChecked());
+    QSettings().sync();
+}
+
+QVariantMap SettingsDialog::shownValues() const
+{
+    QVariantMap values;
+    for (const QWidget* editor : findChildren<QWidget*>()) {
+        const QString key = editor->objectName();
+        if (!key.contains(QLatin1Char('/')))
+            continue;
+        if (const auto* combo = qobject_cast<const QComboBox*>(editor))
+            values.insert(key, combo->currentData());
+        else if (const auto* spin = qobject_cast<const QSpinBox*>(editor))
+            values.insert(key, spin->value());
+        else if (const auto* spin = qobject_cast<const QDoubleSpinBox*>(editor))
+            values.insert(key, spin->value());
+        else if (const auto* check = qobject_cast<const QCheckBox*>(editor))
+            values.insert(key, check->isChecked());
+    }
+    return values;
 }
 
 void SettingsDialog::accept()
 {
+    const bool changed = shownValues() != m_shownAtOpen;
     save();
     if (m_engine) {
-        m_engine->reloadSettings();
+        // OK without a change leaves the engine alone: nothing on air moves.
+        if (changed)
+            applyToEngine();
         // The engine keeps its own voiceover switch from start-up; it follows the stored one from now on.
         m_engine->setVoiceoverEnabled(m_voiceoversEnabled->isChecked());
     }
     QDialog::accept();
+}
+
+void SettingsDialog::applyToEngine()
+{
+    // The engine re-reads every key at once, the volume at start included; the presenter's fader is
+    // not the volume at start, so it is handed back straight away. The output device is set again
+    // too, which the audio output ignores when it is the one already in use.
+    const int presenterVolume = int(std::lround(m_engine->volume() * 100.0));
+    m_engine->reloadSettings();
+    m_engine->setVolume(presenterVolume);
 }

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <QPointer>
+#include <QVariantMap>
 
 class AudioEngine;
 class QCheckBox;
@@ -10,7 +11,8 @@ class QDoubleSpinBox;
 class QSpinBox;
 
 // Every playout setting the engine reads, shown with its stored value (or its default). OK writes
-// each key with QSettings and has the engine read them again. Each editor's object name is its key.
+// each key (library/settingkeys.h) and, when something changed, has the engine read them again
+// without moving the presenter's volume. Each editor's object name is its key.
 class SettingsDialog : public QDialog
 {
     Q_OBJECT
@@ -27,10 +29,14 @@ public slots:
 private:
     void load();
     void save() const;
+    void applyToEngine();
+    // Every editor's value by its key, as shown now.
+    QVariantMap shownValues() const;
     QSpinBox* addMs(const QString& key, int maximum);
     QCheckBox* addCheck(const QString& key, const QString& text);
 
     QPointer<AudioEngine> m_engine;
+    QVariantMap m_shownAtOpen;
     QComboBox* m_outputDevice = nullptr;
     QSpinBox* m_defaultVolume = nullptr;
     QCheckBox* m_crossfadeEnabled = nullptr;
