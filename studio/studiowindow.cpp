@@ -16,6 +16,7 @@
 #include "playlistfile.h"
 #include "playlistloader.h"
 #include "playlistmodel.h"
+#include "playlistsession.h"
 #include "playlistview.h"
 #include "relaypanel.h"
 #include "schedulewindow.h"
@@ -56,6 +57,12 @@ const QString savedText = QStringLiteral("Playlist saved: %1 rows to %2");
 const QString moreProblems = QStringLiteral("... and %1 more");
 const QString asRunOff = QStringLiteral("As-run log is off: %1");
 const QString serverBack = QStringLiteral("Connected to the database server %1 again");
+const QString restoredText = QStringLiteral("Playlist restored from the last session: %1 rows");
+const QString notRestoredText = QStringLiteral("The last session's playlist could not be restored: %1");
+const QString quitTitle = QStringLiteral("Quit while on air?");
+const QString quitQuestion = QStringLiteral(
+    "The station is on air. Quitting stops the sound now.\n\nThe playlist and its position are kept "
+    "for the next start.");
 const QString noDatabase = QStringLiteral(
     "Library database cannot be opened - the studio plays what it is given, without the library");
 
@@ -123,11 +130,18 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
         m_asRun->writeHeldBack();
     });
     m_analysis = new AnalysisQueue(this);
+    m_session = new PlaylistSession(m_playlist, PlaylistSession::defaultFolder(), this);
+    connect(m_session, &PlaylistSession::message, this, &StudioWindow::log);
     updateRowCount();
     resize(1280, 860);
 }
 
-StudioWindow::~StudioWindow() = default;
+StudioWindow::~StudioWindow()
+{
+    // A window that goes without being closed (the application told to quit) still leaves its list.
+    if (m_session->hasUnsavedChanges())
+        m_session->saveNow();
+}
 
 QWidget* StudioWindow::buildCentre()
 {
@@ -217,10 +231,38 @@ void StudioWindow::start(const StudioCommandLine::Options& options)
 {
     if (!MusicLibrary::database().isOpen())
         log(noDatabase);
+    // Items given on the command line are this session's list; otherwise the last one comes back.
+    if (options.items.isEmpty())
+        restoreSession();
+    m_session->watch();
     if (!options.items.isEmpty())
         appendItems(options.items);
     if (options.play && m_playlist->rowCount() > 0)
         m_engine->playRow(0);
+}
+
+void StudioWindow::restoreSession()
+{
+    const PlaylistSession::Saved saved = m_session->readLastSession();
+    if (!saved.found)
+        return;
+    if (!saved.error.isEmpty()) {
+        log(notRestoredText.arg(saved.error));
+        return;
+    }
+    QStringList problems;
+    for (const QString& missing : saved.missingFiles)
+        problems << PlaylistLoader::missingFileText(missing);
+    log(restoredText.arg(saved.tracks.size()));
+    reportProblems(problems);
+    appendTracks(saved.tracks);
+    m_session->restorePosition(saved);
+    // The presenter sees where the list stood, and that row is the one chosen for Play.
+    const int row = m_playlist->currentRow();
+    if (row >= 0) {
+        m_view->selectRow(row);
+        m_view->scrollTo(m_playlist->index(row, PlaylistModel::TitleColumn), QAbstractItemView::PositionAtCenter);
+    }
 }
 
 void StudioWindow::log(const QString& text)
@@ -403,8 +445,35 @@ void StudioWindow::showSettings()
     dialog->open();
 }
 
+QString StudioWindow::quitWhileOnAirText()
+{
+    return quitTitle;
+}
+
+bool StudioWindow::isOnAir() const
+{
+    return m_engine->isPlaying() || m_engine->isRelaying();
+}
+
+bool StudioWindow::confirmQuitWhileOnAir()
+{
+    QMessageBox box(QMessageBox::Warning, quitTitle, quitQuestion, QMessageBox::NoButton, this);
+    box.setObjectName(quitWhileOnAirName());
+    QPushButton* quit = box.addButton(QStringLiteral("&Quit"), QMessageBox::DestructiveRole);
+    QPushButton* stay = box.addButton(QMessageBox::Cancel);
+    // Enter or Escape keeps the station on air.
+    box.setDefaultButton(stay);
+    box.setEscapeButton(stay);
+    box.exec();
+    return box.clickedButton() == quit;
+}
+
 void StudioWindow::closeEvent(QCloseEvent* event)
 {
+    if (isOnAir() && !confirmQuitWhileOnAir()) {
+        event->ignore();
+        return;
+    }
     // Stopping first lets the as-run log record the end as a stop; finishAll closes what is left.
     m_silentRows->cancel();
     m_engine->stopRelay();
@@ -412,5 +481,6 @@ void StudioWindow::closeEvent(QCloseEvent* event)
     m_asRun->finishAll();
     if (m_library)
         m_library->close();
+    m_session->saveNow();
     event->accept();
 }

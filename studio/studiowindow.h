@@ -16,6 +16,7 @@ class LogFile;
 class LogPane;
 class OnAirDisplay;
 class PlaylistModel;
+class PlaylistSession;
 class PlaylistView;
 class QAction;
 class QLabel;
@@ -34,7 +35,9 @@ public:
     explicit StudioWindow(QWidget* parent = nullptr);
     ~StudioWindow() override;
 
-    // What main does after parsing the command line: loads the items and, with --play, starts.
+    // What main does after parsing the command line: brings back the last session's playlist (unless
+    // items are given, which replace it), loads the items and, with --play, starts. From then on the
+    // playlist is kept on disk as it changes.
     void start(const StudioCommandLine::Options& options);
 
     AudioEngine* engine() const { return m_engine; }
@@ -51,6 +54,11 @@ public:
     MusicLibraryDialog* libraryWindow() const { return m_library; }
     SilentRowGuard* silentRowGuard() const { return m_silentRows; }
     QAction* hourMarkersAction() const { return m_hourMarkers; }
+    PlaylistSession* session() const { return m_session; }
+
+    // The text of the question asked before quitting while on air, and its box's object name.
+    static QString quitWhileOnAirText();
+    static QString quitWhileOnAirName() { return QStringLiteral("quitWhileOnAir"); }
 
 public slots:
     // Adds rows at the end and hands their files to the background analysis.
@@ -79,6 +87,11 @@ private:
     void analyse(const QList<Track>& tracks);
     void reportProblems(const QStringList& problems);
     void updateRowCount();
+    // The last session's rows and position, before anything is on air.
+    void restoreSession();
+    bool isOnAir() const;
+    // Asks whether to quit although the station is on air; true to quit.
+    bool confirmQuitWhileOnAir();
 
     AudioEngine* m_engine = nullptr;
     PlaylistModel* m_playlist = nullptr;
@@ -93,6 +106,7 @@ private:
     AsRunRecorder* m_asRun = nullptr;
     AnalysisQueue* m_analysis = nullptr;
     SilentRowGuard* m_silentRows = nullptr;
+    PlaylistSession* m_session = nullptr;
     QAction* m_hourMarkers = nullptr;
     QLabel* m_rowCount = nullptr;
     QPointer<MusicLibraryDialog> m_library;
