@@ -16,6 +16,8 @@
 #include <QFile>
 #include <QItemSelectionModel>
 #include <QMessageBox>
+#include <QProcess>
+#include <QProcessEnvironment>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -152,6 +154,48 @@ private slots:
         QCOMPARE(selected.size(), 1);
         QCOMPARE(selected.first().row(), 1);
         QVERIFY(!window.engine()->isPlaying());
+    }
+
+    void aKilledStudioComesBackWithItsList()
+    {
+#ifdef ONDARO_STUDIO_EXECUTABLE
+        // The real program in a home of its own, killed without warning while its list is on disk.
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
+        environment.remove(QStringLiteral("ONDARO_DATABASE_URL"));
+        const QString data = home.filePath(QStringLiteral("data/Ondaro/Ondaro"));
+        const QString session = data + QStringLiteral("/session.m3u");
+        const QString todaysLog =
+            data + QStringLiteral("/logs/") + QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(".log");
+
+        QProcess first;
+        first.setProcessEnvironment(environment);
+        first.start(QStringLiteral(ONDARO_STUDIO_EXECUTABLE), tones.mid(1, 3));
+        QVERIFY(first.waitForStarted(10000));
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(session) && PlaylistFile::read(session).tracks.size() == 3, 20000);
+        first.kill();
+        QVERIFY(first.waitForFinished(10000));
+        QCOMPARE(first.exitStatus(), QProcess::CrashExit);
+
+        QProcess second;
+        second.setProcessEnvironment(environment);
+        second.start(QStringLiteral(ONDARO_STUDIO_EXECUTABLE), QStringList());
+        QVERIFY(second.waitForStarted(10000));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            fileBytes(todaysLog).contains("Playlist restored from the last session: 3 rows"), 20000);
+        second.kill();
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(studiotest::titlesOf(PlaylistFile::read(session).tracks),
+                 (QStringList{QStringLiteral("Artist B - Noon"), QStringLiteral("Artist C - Evening"),
+                              QStringLiteral("Artist D - Night")}));
+#else
+        QSKIP("ondaro-studio is not built");
+#endif
     }
 
     void aCleanQuitKeepsTheLastChange()
