@@ -257,7 +257,7 @@ void StudioWindow::restoreSession()
     reportProblems(problems);
     appendTracks(saved.tracks);
     m_session->restorePosition(saved);
-    // The presenter sees where the list stood, and that row is the one chosen for Play.
+    // The presenter sees where the list stood: that row is marked and selected.
     const int row = m_playlist->currentRow();
     if (row >= 0) {
         m_view->selectRow(row);
