@@ -8,7 +8,8 @@
 #include <QString>
 
 // The as-run log in the library database: one row per item that went on air. Every operation runs
-// on the shared connection; a failure is logged through lcLibrary and gives a neutral result.
+// on the connection of the calling thread (LibraryConnection); a failure is logged through lcLibrary
+// and gives a neutral result.
 class AsRunLog
 {
 public:

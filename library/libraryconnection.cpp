@@ -9,6 +9,8 @@
 #include <QSqlQuery>
 #include <QThread>
 
+#include <atomic>
+
 namespace {
 
 const QString kConnectionName = QStringLiteral("od_library");
@@ -29,7 +31,22 @@ struct ConnectionState {
 ConnectionState g_state;
 bool g_urlGiven = false;
 DatabaseUrl g_givenUrl;
-int g_reconnectIntervalMs = 2000;
+std::atomic<int> g_reconnectIntervalMs{2000};
+int g_sharedFailures = 0;
+
+// A worker thread's own connection and what it knows about it.
+struct ThreadConnection {
+    bool active = false;
+    QString name;
+    LibraryConnection::Target target;
+    bool everConnected = false;
+    QString problem;
+    QElapsedTimer sinceAttempt;
+    int failures = 0;
+};
+
+thread_local ThreadConnection t_own;
+std::atomic<int> g_threadConnections{0};
 
 QString openFailure(const QSqlDatabase& db, const DatabaseUrl& url)
 {
@@ -52,18 +69,62 @@ void quietNotices(const QSqlDatabase& db)
     QSqlQuery(db).exec(QStringLiteral("SET client_min_messages TO warning"));
 }
 
-QString lostText(const QString& reason)
+QString lostText(const DatabaseUrl& url, const QString& reason)
 {
     QString text = reason.trimmed();
     text.replace(QLatin1Char('\n'), QLatin1Char(' '));
-    return QStringLiteral("Lost the connection to the database server %1: %2")
-        .arg(g_state.url.displayText(), text);
+    return QStringLiteral("Lost the connection to the database server %1: %2").arg(url.displayText(), text);
+}
+
+QString lostText(const QString& reason)
+{
+    return lostText(g_state.url, reason);
+}
+
+// Opens (or reopens) this thread's own server connection; a failure is logged once per loss.
+bool openThreadServer(QSqlDatabase& db)
+{
+    t_own.sinceAttempt.start();
+    if (db.open()) {
+        quietNotices(db);
+        if (!t_own.problem.isEmpty())
+            qCInfo(lcLibrary).noquote() << "A worker is connected to the database server"
+                                        << t_own.target.url.displayText() << "again";
+        t_own.problem.clear();
+        t_own.everConnected = true;
+        return true;
+    }
+    const QString problem = t_own.everConnected ? lostText(t_own.target.url, db.lastError().text())
+                                                : openFailure(db, t_own.target.url);
+    if (problem != t_own.problem)
+        qCWarning(lcLibrary).noquote() << problem;
+    t_own.problem = problem;
+    return false;
+}
+
+QSqlDatabase threadDatabase()
+{
+    QSqlDatabase db = QSqlDatabase::database(t_own.name, false);
+    if (t_own.target.server && db.isValid() && !db.isOpen() &&
+        (!t_own.sinceAttempt.isValid() || t_own.sinceAttempt.hasExpired(g_reconnectIntervalMs)))
+        openThreadServer(db);
+    return db;
+}
+
+void markThreadLost(QSqlDatabase& db, const QString& reason)
+{
+    t_own.problem = lostText(t_own.target.url, reason);
+    qCWarning(lcLibrary).noquote() << t_own.problem;
+    db.close();
+    t_own.sinceAttempt.invalidate();
 }
 
 } // namespace
 
 QSqlDatabase LibraryConnection::database()
 {
+    if (t_own.active)
+        return threadDatabase();
     if (!QSqlDatabase::contains(kConnectionName))
         return create();
     if (!g_state.server)
@@ -186,6 +247,8 @@ void LibraryConnection::markLost(QSqlDatabase& db, const QString& reason)
 
 bool LibraryConnection::isServer()
 {
+    if (t_own.active)
+        return t_own.target.server;
     if (!QSqlDatabase::contains(kConnectionName))
         return !(g_urlGiven ? g_givenUrl : DatabaseUrl::configured()).isEmbedded();
     return g_state.server;
@@ -193,6 +256,8 @@ bool LibraryConnection::isServer()
 
 QString LibraryConnection::problem()
 {
+    if (t_own.active)
+        return t_own.problem;
     return g_state.problem;
 }
 
@@ -222,6 +287,17 @@ void LibraryConnection::noteFailure(const QSqlError& error, const char* operatio
     if (why.isEmpty())
         why = g_state.problem.isEmpty() ? QStringLiteral("the database is not open") : g_state.problem;
     qCWarning(lcLibrary).noquote() << operation << "failed:" << why;
+    if (t_own.active) {
+        ++t_own.failures;
+        QSqlDatabase db = QSqlDatabase::database(t_own.name, false);
+        if (!t_own.target.server || !db.isOpen() || !isConnectionError(error))
+            return;
+        QSqlQuery probe(db);
+        if (!probe.exec(QStringLiteral("SELECT 1")) && isConnectionError(probe.lastError()))
+            markThreadLost(db, error.text());
+        return;
+    }
+    ++g_sharedFailures;
     if (!g_state.server || !QSqlDatabase::contains(kConnectionName))
         return;
     QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
@@ -234,6 +310,19 @@ void LibraryConnection::noteFailure(const QSqlError& error, const char* operatio
 
 bool LibraryConnection::check()
 {
+    if (t_own.active) {
+        QSqlDatabase db = threadDatabase();
+        if (!t_own.target.server || !db.isOpen())
+            return db.isOpen();
+        QSqlQuery probe(db);
+        if (probe.exec(QStringLiteral("SELECT 1")))
+            return true;
+        if (isConnectionError(probe.lastError())) {
+            markThreadLost(db, probe.lastError().text());
+            return false;
+        }
+        return true;
+    }
     QSqlDatabase db = database();
     if (!g_state.server)
         return db.isOpen();
@@ -247,4 +336,79 @@ bool LibraryConnection::check()
         return false;
     }
     return true;
+}
+
+LibraryConnection::Target LibraryConnection::target()
+{
+    Target target;
+    if (QSqlDatabase::contains(kConnectionName)) {
+        const QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
+        if (db.driverName() == QLatin1String("QSQLITE")) {
+            target.file = db.databaseName();
+            return target;
+        }
+        target.server = true;
+        target.url = g_state.url;
+        return target;
+    }
+    const DatabaseUrl url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
+    if (url.isEmbedded()) {
+        target.file = MusicLibrary::embeddedDatabaseFile();
+    } else {
+        target.server = true;
+        target.url = url;
+    }
+    return target;
+}
+
+bool LibraryConnection::openThreadConnection(const Target& target)
+{
+    closeThreadConnection();
+    t_own = ThreadConnection();
+    t_own.active = true;
+    t_own.target = target;
+    t_own.name = QStringLiteral("od_library_thread_%1").arg(++g_threadConnections);
+    if (!target.server) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), t_own.name);
+        db.setDatabaseName(target.file);
+        // Milliseconds to wait for the other connection's write to end instead of failing at once.
+        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
+        if (db.open())
+            return true;
+        t_own.problem = db.lastError().text();
+        qCWarning(lcLibrary).noquote() << "A worker cannot open the library database" << target.file << ":"
+                                       << t_own.problem;
+        return false;
+    }
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), t_own.name);
+    if (!db.isValid() || !target.url.isValid()) {
+        t_own.problem = QStringLiteral("The database server %1 cannot be used").arg(target.url.displayText());
+        qCWarning(lcLibrary).noquote() << t_own.problem;
+        return false;
+    }
+    configure(db, target.url);
+    return openThreadServer(db);
+}
+
+void LibraryConnection::closeThreadConnection()
+{
+    if (!t_own.active)
+        return;
+    const QString name = t_own.name;
+    {
+        QSqlDatabase db = QSqlDatabase::database(name, false);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    t_own = ThreadConnection();
+}
+
+bool LibraryConnection::hasThreadConnection()
+{
+    return t_own.active;
+}
+
+int LibraryConnection::failureCount()
+{
+    return t_own.active ? t_own.failures : g_sharedFailures;
 }

@@ -14,9 +14,20 @@ class QSqlError;
 // connection turns out to be gone it is closed, every store operation meanwhile gives its neutral
 // result, and database() opens it again by itself (at most once per reconnect interval, so that a
 // server that does not answer never stalls each call).
+//
+// A worker thread that reads or writes the store (so that the playout never waits on a server) opens a
+// connection of its own with openThreadConnection(); from then on every store operation on that thread
+// (database(), check(), noteFailure(), isServer(), problem()) uses it, since a Qt connection serves only
+// the thread that made it.
 class LibraryConnection
 {
 public:
+    // Where a worker's own connection leads: the shared connection's SQLite file, or its server.
+    struct Target {
+        bool server = false;
+        QString file;    // the SQLite file, when not a server
+        DatabaseUrl url; // the server, when one
+    };
     static QSqlDatabase database();
     static bool isServer();
     // Why the library cannot be used now (a malformed URL, an unreachable or lost server), in words
@@ -45,6 +56,20 @@ public:
 
     // Milliseconds between two attempts to reach a lost server.
     static void setReconnectInterval(int ms);
+
+    // Where the shared connection leads; read on the thread that uses the shared connection.
+    static Target target();
+    // On a worker thread: opens a connection of its own to `target` under a name unique to the thread,
+    // used by every store operation on the thread from then on. Returns whether it is open now (a
+    // server not reached yet is tried again by database(), as the shared connection is).
+    static bool openThreadConnection(const Target& target);
+    // Closes and forgets this thread's own connection; call it on the thread before it ends.
+    static void closeThreadConnection();
+    // Whether this thread uses a connection of its own.
+    static bool hasThreadConnection();
+    // Counts the failed statements of this thread's connection (or of the shared one), so that a
+    // worker can tell a neutral result from a read that failed.
+    static int failureCount();
 
 private:
     static QSqlDatabase create();

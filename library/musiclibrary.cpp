@@ -388,16 +388,16 @@ QStringList MusicLibrary::libraries()
     return names;
 }
 
-void MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
+bool MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
 {
     if (filePath.isEmpty())
-        return;
+        return true;
     QSqlQuery q(database());
     q.prepare(
         QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
     q.addBindValue(when.toString(Qt::ISODate));
     q.addBindValue(filePath);
-    execLogged(q, "Recording a play");
+    return execLogged(q, "Recording a play");
 }
 
 const QStringList& MusicLibrary::supportedExtensions()

@@ -60,7 +60,9 @@ public:
     static bool createLibrary(const QString& name);
     static bool deleteLibrary(const QString& name);
     static QStringList libraries();
-    static void recordPlay(const QString& filePath, const QDateTime& when);
+    // Raises the play count of every row of the file and sets its last play; false when the store
+    // could not be written (a file that is in no library is no failure).
+    static bool recordPlay(const QString& filePath, const QDateTime& when);
     static bool isSupportedAudioFile(const QString& path);
     static const QStringList& supportedExtensions();
     static Track trackFromFile(const QString& path);

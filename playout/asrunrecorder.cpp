@@ -1,10 +1,12 @@
 #include "asrunrecorder.h"
 
 #include "asrunlog.h"
+#include "asrunwriter.h"
 #include "audioengine.h"
 #include "libraryconnection.h"
 #include "musiclibrary.h"
 #include "playoutlogging.h"
+#include "storethread.h"
 
 #include <QSqlDatabase>
 
@@ -14,6 +16,8 @@ const QString kNoDatabase =
     QStringLiteral("The library database is not open: the as-run log is not written.");
 const QString kNoTable =
     QStringLiteral("The as-run table could not be set up: the as-run log is not written.");
+// Milliseconds to wait for the writer's thread to end once its writes are done or given up.
+constexpr int kStopWaitMs = 500;
 
 } // namespace
 
@@ -46,65 +50,44 @@ AsRunRecorder::AsRunRecorder(AudioEngine* engine, QObject* parent) : QObject(par
     }
 }
 
-bool AsRunRecorder::writable()
+AsRunRecorder::~AsRunRecorder()
 {
-    if (!m_enabled)
-        return false;
-    // The connection reopens itself on demand; a database that went away for good disables the log.
-    if (MusicLibrary::database().isOpen())
-        return true;
-    // A shared server that was reached once comes back: what airs meanwhile is held back and written
-    // when it is (the window says when it is lost and back).
-    if (LibraryConnection::isServer() && !LibraryConnection::problem().isEmpty())
-        return false;
-    disable(kNoDatabase);
-    return false;
+    if (!m_writer)
+        return;
+    if (!m_writer->waitUntilWritten(kCloseWaitMs))
+        qCWarning(lcPlayout) << m_writer->waitingCount()
+                             << "as-run writes are lost: the store did not take them before the end";
+    StoreThread::stop(m_thread, kStopWaitMs);
 }
 
-bool AsRunRecorder::recording()
+void AsRunRecorder::send(const AsRunWrite& write)
 {
-    if (writable()) {
-        writeHeldBack();
-        return true;
+    if (!m_writer) {
+        // The writer's connection leads where the shared one does; read now, on the thread that owns it.
+        m_writer = new AsRunWriter;
+        m_thread = new StoreThread(LibraryConnection::target(), m_writer);
+        connect(m_writer, &AsRunWriter::written, this, &AsRunRecorder::entriesChanged, Qt::QueuedConnection);
+        connect(
+            m_writer, &AsRunWriter::unusable, this, [this] { disable(kNoDatabase); }, Qt::QueuedConnection);
+        m_thread->start();
     }
-    if (m_enabled)
-        qCWarning(lcPlayout).noquote() << "as-run row held back:" << LibraryConnection::problem();
-    return m_enabled;
+    m_writer->add(write);
 }
 
 int AsRunRecorder::heldBackCount() const
 {
-    int count = int(m_heldBack.size() + m_heldPlays.size());
-    for (const OpenEntry& open : m_open)
-        count += open.id == 0 ? 1 : 0;
-    return count;
+    return m_writer ? m_writer->waitingCount() : 0;
 }
 
 void AsRunRecorder::writeHeldBack()
 {
-    if (heldBackCount() == 0 || !writable())
-        return;
-    // Oldest first; what fails stays held back for the next attempt.
-    while (!m_heldPlays.isEmpty()) {
-        MusicLibrary::recordPlay(m_heldPlays.first().filePath, m_heldPlays.first().when);
-        m_heldPlays.removeFirst();
-    }
-    while (!m_heldBack.isEmpty()) {
-        HeldBack& held = m_heldBack.first();
-        if (held.id <= 0)
-            held.id = AsRunLog::recordStart(held.entry);
-        if (held.id <= 0 ||
-            !AsRunLog::recordEnd(held.id, held.entry.endedAt, held.entry.playedMs, held.entry.endedBy))
-            break;
-        m_heldBack.removeFirst();
-    }
-    for (OpenEntry& open : m_open) {
-        if (open.id == 0)
-            open.id = AsRunLog::recordStart(open.entry);
-    }
-    if (heldBackCount() > 0)
-        qCWarning(lcPlayout) << heldBackCount() << "as-run rows are still held back";
-    emit entriesChanged();
+    if (m_writer)
+        m_writer->retryNow();
+}
+
+bool AsRunRecorder::waitUntilWritten(int ms)
+{
+    return !m_writer || m_writer->waitUntilWritten(ms);
 }
 
 void AsRunRecorder::disable(const QString& reason)
@@ -118,28 +101,21 @@ void AsRunRecorder::disable(const QString& reason)
     emit disabled(reason);
 }
 
-qint64 AsRunRecorder::start(int row, const QString& filePath, const QString& artist, const QString& title,
-                            bool isStream, const QDateTime& startedAt, bool relay)
+void AsRunRecorder::start(int row, const QString& filePath, const QString& artist, const QString& title,
+                          bool isStream, const QDateTime& startedAt, bool relay)
 {
-    AsRunEntry entry;
-    entry.startedAt = startedAt.isValid() ? startedAt : QDateTime::currentDateTime();
-    entry.filePath = filePath;
-    entry.artist = artist;
-    entry.title = title;
-    entry.isStream = isStream;
-    // Held back (id 0) when it cannot be written now; written with the rest when it can.
-    const qint64 id = writable() ? AsRunLog::recordStart(entry) : 0;
-    if (id <= 0)
-        qCWarning(lcPlayout) << "as-run row held back for" << filePath;
     OpenEntry open;
-    open.id = qMax<qint64>(id, 0);
+    open.key = ++m_lastKey;
     open.row = row;
-    open.entry = entry;
+    open.entry.startedAt = startedAt.isValid() ? startedAt : QDateTime::currentDateTime();
+    open.entry.filePath = filePath;
+    open.entry.artist = artist;
+    open.entry.title = title;
+    open.entry.isStream = isStream;
     open.relay = relay;
     open.sounding.start();
     m_open << open;
-    emit entriesChanged();
-    return id;
+    send(AsRunWrite{AsRunWrite::Kind::Start, open.key, open.entry});
 }
 
 void AsRunRecorder::end(int index, qint64 playedMs, const QString& endedBy)
@@ -148,12 +124,7 @@ void AsRunRecorder::end(int index, qint64 playedMs, const QString& endedBy)
     open.entry.endedAt = QDateTime::currentDateTime();
     open.entry.playedMs = playedMs;
     open.entry.endedBy = endedBy;
-    if (open.id <= 0 || !writable() ||
-        !AsRunLog::recordEnd(open.id, open.entry.endedAt, open.entry.playedMs, open.entry.endedBy)) {
-        qCWarning(lcPlayout) << "end of as-run row held back for" << open.entry.filePath;
-        m_heldBack << HeldBack{open.id, open.entry};
-    }
-    emit entriesChanged();
+    send(AsRunWrite{AsRunWrite::Kind::End, open.key, open.entry});
 }
 
 int AsRunRecorder::findTrackEntry(int row, const QString& filePath) const
@@ -179,14 +150,15 @@ int AsRunRecorder::findRelayEntry() const
 
 void AsRunRecorder::onTrackStarted(int row, const Track& track, const QDateTime& startedAt)
 {
-    if (track.isCommand || !recording())
+    if (track.isCommand || !m_enabled)
         return;
     const QDateTime when = startedAt.isValid() ? startedAt : QDateTime::currentDateTime();
     if (!track.isStream) {
-        if (writable())
-            MusicLibrary::recordPlay(track.filePath, when);
-        else
-            m_heldPlays << HeldPlay{track.filePath, when};
+        AsRunWrite play;
+        play.kind = AsRunWrite::Kind::Play;
+        play.entry.filePath = track.filePath;
+        play.entry.startedAt = when;
+        send(play);
     }
     // A stream may name what it plays before it is heard; that text is its title from the start.
     const bool named = track.isStream && !m_streamTitle.isEmpty() && m_streamTitlePath == track.filePath;
@@ -196,7 +168,7 @@ void AsRunRecorder::onTrackStarted(int row, const Track& track, const QDateTime&
 
 void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason reason, qint64 playedMs)
 {
-    if (track.isCommand || !recording())
+    if (track.isCommand || !m_enabled)
         return;
     const int index = findTrackEntry(row, track.filePath);
     if (index < 0) {
@@ -209,7 +181,7 @@ void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason rea
 
 void AsRunRecorder::onRelayStatus(RelayState state, const QString& source)
 {
-    if (!recording())
+    if (!m_enabled)
         return;
     const int index = findRelayEntry();
     switch (state) {
@@ -240,7 +212,7 @@ void AsRunRecorder::onRelayStatus(RelayState state, const QString& source)
 
 void AsRunRecorder::onStreamMetadata(const QString& title)
 {
-    if (title.isEmpty() || !recording())
+    if (title.isEmpty() || !m_enabled)
         return;
     // While a relay is active the text is the relay's; otherwise it belongs to the playlist's stream
     // row now sounding. The last text heard stands as the row's title.
@@ -254,17 +226,14 @@ void AsRunRecorder::onStreamMetadata(const QString& title)
         m_streamTitlePath = current.filePath;
         index = findTrackEntry(m_engine->currentRow(), current.filePath);
     }
-    qint64 id = 0;
-    if (index >= 0) {
-        m_open[index].entry.title = title; // a row still held back is written with it
-        id = m_open[index].id;
-    }
-    if (id > 0 && writable()) {
-        if (AsRunLog::updateTitle(id, title))
-            emit entriesChanged();
-        else
-            qCWarning(lcPlayout) << "as-run title of row" << id << "not updated";
-    }
+    if (index < 0)
+        return;
+    m_open[index].entry.title = title;
+    AsRunWrite update;
+    update.kind = AsRunWrite::Kind::Title;
+    update.row = m_open[index].key;
+    update.entry.title = title;
+    send(update);
 }
 
 void AsRunRecorder::finishAll(const QString& endedBy)
@@ -275,5 +244,7 @@ void AsRunRecorder::finishAll(const QString& endedBy)
     }
     while (!m_open.isEmpty())
         end(0, m_open.first().sounding.elapsed(), endedBy);
-    writeHeldBack();
+    if (!waitUntilWritten(kCloseWaitMs))
+        qCWarning(lcPlayout) << heldBackCount() << "as-run writes are still held back";
+    emit entriesChanged();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "asrunentry.h"
+#include "asrunwrite.h"
 #include "relaystate.h"
 #include "track.h"
 #include "trackendreason.h"
@@ -12,29 +13,44 @@
 #include <QPointer>
 #include <QString>
 
+class AsRunWriter;
 class AudioEngine;
+class StoreThread;
 
 // Writes what the engine puts on air into the as-run log: one row per file or stream row from the
 // moment it starts sounding until it stops, and one row per stretch of a live relay. File starts
 // also raise the track's play count. Without an open database it writes nothing and says so once.
+//
+// The writes go to a store thread with a connection of its own (AsRunWriter), in order, so that the
+// playout never waits on the database; while a shared server is away or slow they are held back there
+// and written when it answers.
 class AsRunRecorder : public QObject
 {
     Q_OBJECT
 
 public:
     explicit AsRunRecorder(AudioEngine* engine, QObject* parent = nullptr);
+    ~AsRunRecorder() override;
+
+    // Milliseconds that finishAll and the end of the recorder wait for the writes to reach the store.
+    static constexpr int kCloseWaitMs = 3000;
 
     bool isEnabled() const { return m_enabled; }
     QString disabledReason() const { return m_disabledReason; }
     // Rows started and not yet ended (a crossfade has two; a relay adds its own).
     int openEntryCount() const { return int(m_open.size()); }
 
-    // Ends every row still open, with the given word in ended_by: the window calls it on close.
+    // Ends every row still open, with the given word in ended_by, and waits (at most kCloseWaitMs) until
+    // what is written reaches the store: the window calls it on close.
     void finishAll(const QString& endedBy = QStringLiteral("stop"));
-    // Rows (and play counts) that aired while a shared server was away and wait to be written.
+    // Writes (rows, ends, titles and play counts) that wait to reach the store: held back while a
+    // shared server is away, or not written yet.
     int heldBackCount() const;
-    // Writes what was held back; called when the server is back, and before every new write.
+    // Tries the held-back writes now; called when the server is back.
     void writeHeldBack();
+    // Waits at most ms milliseconds until every write has reached the store or the store stopped taking
+    // them; returns whether nothing is held back.
+    bool waitUntilWritten(int ms);
 
     // ended_by of a relay row: stopped by the user, or the stream went away (the playlist resumed).
     static QString relayStoppedText() { return QStringLiteral("stop"); }
@@ -43,7 +59,7 @@ public:
 signals:
     // Emitted once, when the recorder finds it cannot write.
     void disabled(const QString& reason);
-    // A row was added or ended or its title changed; a window showing the log can refresh.
+    // A row was added or ended or its title changed in the store; a window showing the log can refresh.
     void entriesChanged();
 
 private slots:
@@ -54,37 +70,26 @@ private slots:
 
 private:
     struct OpenEntry {
-        qint64 id = 0;    // 0 while held back: the row is not in the table yet
+        qint64 key = 0;   // the writer's number for the row
         int row = -1;     // -1 for a relay
         AsRunEntry entry; // what the row holds (filePath: file, stream URL or relay URL)
         bool relay = false;
         QElapsedTimer sounding; // for the played time of a relay and of rows ended by finishAll
     };
-    // A row that ended while its start, its end or both could not be written.
-    struct HeldBack {
-        qint64 id = 0; // the row's id when its start was written, else 0
-        AsRunEntry entry;
-    };
-    struct HeldPlay {
-        QString filePath;
-        QDateTime when;
-    };
 
-    bool writable();
-    // Whether rows are kept at all: the log is on, and either writable now or a shared server that
-    // will come back is away (then rows are held back).
-    bool recording();
     void disable(const QString& reason);
-    qint64 start(int row, const QString& filePath, const QString& artist, const QString& title, bool isStream,
-                 const QDateTime& startedAt, bool relay);
+    void send(const AsRunWrite& write);
+    void start(int row, const QString& filePath, const QString& artist, const QString& title, bool isStream,
+               const QDateTime& startedAt, bool relay);
     void end(int index, qint64 playedMs, const QString& endedBy);
     int findTrackEntry(int row, const QString& filePath) const;
     int findRelayEntry() const;
 
     QPointer<AudioEngine> m_engine;
-    QList<OpenEntry> m_open;    // oldest first
-    QList<HeldBack> m_heldBack; // oldest first
-    QList<HeldPlay> m_heldPlays;
+    QList<OpenEntry> m_open; // oldest first
+    qint64 m_lastKey = 0;
+    StoreThread* m_thread = nullptr; // started by the first write
+    AsRunWriter* m_writer = nullptr;
     bool m_enabled = true;
     QString m_disabledReason;
     QString m_relaySource; // of the relay now active, empty when none

@@ -7,6 +7,9 @@
 #   pg-test-server.sh stop DIR [--remove]   stop the server of DIR (and delete DIR)
 #   pg-test-server.sh url DIR               print the URL of the server of DIR
 #
+# With ONDARO_PG_TCP_PORT set the server also listens on 127.0.0.1 at that port (the socket in DIR
+# then carries that port too), and the URL printed is the TCP one.
+#
 # PostgreSQL refuses to run as root: as root the server runs as the "postgres" user that Debian's
 # package creates (ONDARO_PG_USER to choose another), otherwise as the current user. The superuser and
 # database are both named "ondaro"; local connections are trusted (the socket folder is private).
@@ -16,7 +19,7 @@ command=${1:-}
 dir=${2:-}
 option=${3:-}
 if [[ -z "$command" || -z "$dir" ]]; then
-    sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
 fi
 
@@ -30,7 +33,13 @@ if [[ -z "$bin" || ! -x "$bin/postgres" ]]; then
 fi
 
 port=5432
+listen=''
 url="postgresql://ondaro@/ondaro?host=$dir"
+if [[ -n "${ONDARO_PG_TCP_PORT:-}" ]]; then
+    port=$ONDARO_PG_TCP_PORT
+    listen=127.0.0.1
+    url="postgresql://ondaro@127.0.0.1:$port/ondaro"
+fi
 
 # The command prefix that runs a program as the server's user (setpriv execs, so pids stay the same).
 server_user=()
@@ -69,7 +78,7 @@ start() {
         }
     fi
     # A test server keeps nothing worth an fsync.
-    setsid "${server_user[@]}" "$bin/postgres" -D "$dir/data" -k "$dir" -p "$port" -c listen_addresses='' \
+    setsid "${server_user[@]}" "$bin/postgres" -D "$dir/data" -k "$dir" -p "$port" -c listen_addresses="$listen" \
         -c unix_socket_permissions=0777 -c fsync=off -c synchronous_commit=off -c full_page_writes=off \
         </dev/null >>"$dir/server.log" 2>&1 &
     echo $! >"$dir/server.pid"
