@@ -38,7 +38,7 @@ int main(int argc, char* argv[])
     parser.setApplicationDescription(QStringLiteral(
         "Plays audio files and stream URLs (or M3U playlists of them) through the Ondaro playout "
         "with the current settings, as the studio does, printing every event."));
-    parser.addHelpOption();
+    const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption listDevices(QStringLiteral("list-devices"),
                                          QStringLiteral("Print the audio output devices and exit."));
     const QCommandLineOption streamLimit(
@@ -54,7 +54,13 @@ int main(int argc, char* argv[])
     parser.addPositionalArgument(QStringLiteral("items"),
                                  QStringLiteral("Audio files, stream URLs or .m3u playlists."),
                                  QStringLiteral("items..."));
-    parser.process(app);
+    // An unknown option is a usage error (2) like every other one, not QCommandLineParser's 1.
+    if (!parser.parse(QCoreApplication::arguments())) {
+        printLine(stderr, parser.errorText());
+        return PlayoutRunner::UsageError;
+    }
+    if (parser.isSet(help))
+        parser.showHelp(PlayoutRunner::Played);
 
     if (parser.isSet(listDevices)) {
         const QAudioDevice fallback = QMediaDevices::defaultAudioOutput();
