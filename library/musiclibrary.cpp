@@ -6,6 +6,7 @@
 #include "libraryconnection.h"
 #include "librarylogging.h"
 #include "librarysql.h"
+#include "tracktext.h"
 #include "pgschema.h"
 #include "trackanalysis.h"
 #include "trackparams.h"
@@ -595,7 +596,7 @@ void MusicLibrary::addStream(const QString& streamName, const QString& url)
     t.filePath = url.trimmed();
     t.isStream = true;
     t.title = streamName.trimmed().isEmpty() ? url.trimmed() : streamName.trimmed();
-    t.artist = QStringLiteral("Online stream");
+    t.artist = onlineStreamArtist();
     addTrack(t);
 }
 

@@ -2,6 +2,8 @@
 
 #include "librarylogging.h"
 #include "musiclibrary.h"
+#include "trackdetails.h"
+#include "tracktext.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,29 +21,18 @@ const QString extinfPrefix = QStringLiteral("#EXTINF:");
 // The text after "#EXTINF:<seconds>," for a track; line breaks would end the comment line early.
 QString entryTitle(const Track& track)
 {
-    QString text;
-    if (!track.artist.isEmpty() && !track.title.isEmpty())
-        text = track.artist + QStringLiteral(" - ") + track.title;
-    else if (!track.title.isEmpty())
-        text = track.title;
-    else
-        text = QFileInfo(track.filePath).completeBaseName();
+    QString text = track.title.isEmpty() ? QFileInfo(track.filePath).completeBaseName() : trackDisplayText(track);
     text.replace(QLatin1Char('\r'), QLatin1Char(' '));
     text.replace(QLatin1Char('\n'), QLatin1Char(' '));
     return text;
 }
 
-// "Artist - Title" split at the first separator; without one it is all title.
-void splitArtistTitle(const QString& text, Track& track)
+// "Artist - Title" of an #EXTINF line or a file name; without a separator it is all title.
+void nameFrom(const QString& text, Track& track)
 {
-    const int separator = text.indexOf(QStringLiteral(" - "));
-    if (separator > 0) {
-        track.artist = text.left(separator).trimmed();
-        track.title = text.mid(separator + 3).trimmed();
-    } else {
-        track.artist.clear();
-        track.title = text.trimmed();
-    }
+    const ArtistTitle named = splitArtistTitle(text);
+    track.artist = named.artist;
+    track.title = named.title.trimmed();
 }
 
 // A playlist is text: UTF-8 (the .m3u8 habit and ours), or Latin-1 as older players wrote .m3u.
@@ -89,6 +80,12 @@ QString PlaylistFile::commandPrefix()
     return QStringLiteral("#ONDARO-COMMAND:");
 }
 
+bool PlaylistFile::isPlaylistPath(const QString& path)
+{
+    const QString suffix = QFileInfo(path).suffix().toLower();
+    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8");
+}
+
 PlaylistFile::ReadResult PlaylistFile::read(const QString& path)
 {
     QFile file(path);
@@ -98,7 +95,10 @@ PlaylistFile::ReadResult PlaylistFile::read(const QString& path)
         qCWarning(lcLibrary) << "playlist" << path << "not readable:" << file.errorString();
         return result;
     }
-    return parse(file.readAll(), QFileInfo(path).absolutePath());
+    ReadResult result = parse(file.readAll(), QFileInfo(path).absolutePath());
+    if (result.ok)
+        TrackDetails::fill(result.tracks, result.rowsWithoutInfo);
+    return result;
 }
 
 PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QString& baseFolder)
@@ -146,10 +146,7 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
                 result.error = QStringLiteral("Line %1: a command line without its word.").arg(i + 1);
                 return result;
             }
-            Track command;
-            command.isCommand = true;
-            command.command = word.toLower();
-            result.tracks.append(command);
+            result.tracks.append(commandTrack(word.toLower()));
             continue;
         }
         if (line.startsWith(QLatin1Char('#')))
@@ -157,24 +154,20 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
 
         Track track;
         if (MusicLibrary::isStreamUrl(line)) {
-            track.isStream = true;
-            track.filePath = line;
-            if (haveInfo && !infoTitle.isEmpty()) {
-                splitArtistTitle(infoTitle, track);
-            } else {
-                track.artist = QStringLiteral("Online stream");
-                track.title = line;
-            }
+            track = trackFromStreamUrl(line);
+            if (haveInfo && !infoTitle.isEmpty())
+                nameFrom(infoTitle, track);
         } else if (isOtherUrl(line)) {
             result.skipped.append(line);
             haveInfo = false;
             continue;
         } else {
             track.filePath = resolvePath(line, baseFolder);
-            splitArtistTitle(haveInfo && !infoTitle.isEmpty() ? infoTitle
-                                                              : QFileInfo(track.filePath).completeBaseName(),
-                             track);
+            nameFrom(haveInfo && !infoTitle.isEmpty() ? infoTitle : QFileInfo(track.filePath).completeBaseName(),
+                     track);
             track.durationMs = haveInfo ? infoMs : 0;
+            if (!haveInfo)
+                result.rowsWithoutInfo.append(int(result.tracks.size()));
             if (!QFileInfo::exists(track.filePath))
                 result.missingFiles.append(track.filePath);
         }

@@ -20,11 +20,17 @@ public:
         QList<Track> tracks;  // in file order, command rows included
         QStringList missingFiles; // file entries whose file does not exist (kept in tracks)
         QStringList skipped;  // entries that are neither a file nor a playable stream URL
+        // Rows of file entries without an #EXTINF line. parse() names them from the file name;
+        // read() has filled them in from the library or the file's tags (see TrackDetails).
+        QList<int> rowsWithoutInfo;
     };
 
     static QString commandPrefix(); // "#ONDARO-COMMAND:"
+    // True for a path ending in ".m3u" or ".m3u8", in any letter case.
+    static bool isPlaylistPath(const QString& path);
 
-    // Reads a playlist; relative paths are resolved against the playlist's folder.
+    // Reads a playlist; relative paths are resolved against the playlist's folder. Existing files
+    // listed without #EXTINF get their names and lengths from the library, else from their tags.
     static ReadResult read(const QString& path);
     static ReadResult parse(const QByteArray& content, const QString& baseFolder);
 

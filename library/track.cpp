@@ -1,6 +1,7 @@
 #include "track.h"
 
 #include "trackrowreader.h"
+#include "tracktext.h"
 
 #include <QSqlQuery>
 #include <QSqlRecord>
@@ -114,22 +115,10 @@ bool readTags(const QString& path, Track& track)
     }
 
     if (track.title.isEmpty()) {
-        // Both separators count on every platform: paths may come from another system.
-        const int cut = qMax(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
-        QString base = path.mid(cut + 1);
-        const int dot = base.lastIndexOf(QLatin1Char('.'));
-        if (dot > 0)
-            base.truncate(dot);
-        QString artist;
-        QString title = base;
-        const int sep = base.indexOf(QStringLiteral(" - "));
-        if (sep >= 1) {
-            artist = base.left(sep).trimmed();
-            title = base.mid(sep + 3).trimmed();
-        }
-        track.title = title;
+        const ArtistTitle named = splitArtistTitle(fileBaseName(path));
+        track.title = named.title;
         if (track.artist.isEmpty())
-            track.artist = artist;
+            track.artist = named.artist;
     }
     return true;
 }

@@ -31,7 +31,6 @@ const QString kStartTimeFormat = QStringLiteral("h:mm:ss AP");
 const QString kNoStartTime = QStringLiteral("--");
 const QString kLive = QStringLiteral("LIVE");
 const QString kJingleCategory = QStringLiteral("Jingle");
-const QString kOnlineStreamArtist = QStringLiteral("Online stream");
 const QString kHourMarkerTip = QStringLiteral("Start of the %1:00 hour");
 const QString kQueuePositionTip = QStringLiteral("Playback queue position %1");
 const QString kRemoveTip = QStringLiteral("Remove this track");
@@ -72,37 +71,9 @@ bool isStreamUrl(const QString& text)
     return MusicLibrary::isStreamUrl(text);
 }
 
-Track trackFromStreamUrl(const QString& text)
-{
-    Track track;
-    const QString address = text.trimmed();
-    track.artist = kOnlineStreamArtist;
-    track.title = address;
-    track.filePath = address;
-    track.isStream = true;
-    track.streamLimitMs = 0;
-    track.durationMs = 0;
-    return track;
-}
-
 Track trackFromDroppedFile(const QString& path)
 {
-    Track track;
-    track.filePath = path;
-    // Both separators count on every platform: a Windows path dropped here still names the track.
-    const int slash = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
-    QString name = path.mid(slash + 1);
-    const int dot = name.lastIndexOf(QLatin1Char('.'));
-    if (dot > 0)
-        name.truncate(dot);
-    const int separator = name.indexOf(QStringLiteral(" - "));
-    if (separator >= 1) {
-        track.artist = name.left(separator).trimmed();
-        track.title = name.mid(separator + 3).trimmed();
-    } else {
-        track.title = name;
-    }
-    return track;
+    return trackFromFileName(path);
 }
 
 QString PlaylistModel::rowsMimeType()
@@ -190,15 +161,7 @@ QVariant PlaylistModel::data(const QModelIndex& index, int role) const
 QString PlaylistModel::titleText(int row) const
 {
     const Track& track = m_rows.at(row);
-    QString text;
-    if (track.isCommand)
-        text = QStringLiteral(">> ") + track.command.toUpper() + QStringLiteral(" <<");
-    else if (!track.artist.isEmpty() && !track.title.isEmpty())
-        text = track.artist + QStringLiteral(" - ") + track.title;
-    else if (!track.title.isEmpty())
-        text = track.title;
-    else
-        text = track.filePath;
+    QString text = playlistRowText(track);
     const int position = queuePosition(row);
     if (position > 0)
         text = QStringLiteral("[%1]  %2").arg(QString::number(position), text);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "track.h"
+#include "tracktext.h"
 
 #include <QAbstractTableModel>
 #include <QHash>
@@ -17,12 +18,8 @@ class QMimeData;
 // "rtsp://" or "rtmp://".
 bool isStreamUrl(const QString& text);
 
-// A playlist row for an online stream: artist "Online stream", title and filePath the trimmed address,
-// no time limit (shown as "LIVE").
-Track trackFromStreamUrl(const QString& text);
-
-// A playlist row for a dropped local file, named from the file name ("Artist - Title.ext"); nothing is
-// read from the file, so its duration stays unknown.
+// A playlist row for a dropped local file: trackFromFileName (library/tracktext.h). Streams come from
+// trackFromStreamUrl there too.
 Track trackFromDroppedFile(const QString& path);
 
 // The running order of the playout side, shown as a seven-column table.

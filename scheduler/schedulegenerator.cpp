@@ -5,6 +5,7 @@
 #include "rotationrules.h"
 #include "schedulerlogging.h"
 #include "seededrandom.h"
+#include "tracktext.h"
 
 #include <QFileInfo>
 #include <QVector>
@@ -28,11 +29,6 @@ QString slotText(const ClockSlot& slot)
         break;
     }
     return QStringLiteral("command \"%1\"").arg(slot.value);
-}
-
-QString trackText(const Track& track)
-{
-    return track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" - ") + track.title;
 }
 
 // The state of one run: the growing schedule, the history it adds to, and its caches.
@@ -133,7 +129,7 @@ void Run::fillCategory(QDateTime& cursor, const QString& clock, int index, const
                               : title         ? QStringLiteral("title separation")
                                               : QStringLiteral("artist separation");
         note(cursor, kind, clock, index,
-             where + QStringLiteral(": %1 relaxed for \"%2\"").arg(rules, trackText(track)));
+             where + QStringLiteral(": %1 relaxed for \"%2\"").arg(rules, trackDisplayText(track)));
     }
     add(cursor, track, clock, index);
 }
@@ -153,7 +149,7 @@ void Run::fillFile(QDateTime& cursor, const QString& clock, int index, const Clo
             stream.filePath = path;
             stream.isStream = true;
             stream.title = path;
-            stream.artist = QStringLiteral("Online stream");
+            stream.artist = onlineStreamArtist();
         }
         add(cursor, stream, clock, index);
         return;

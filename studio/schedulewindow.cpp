@@ -5,6 +5,7 @@
 #include "playlistfile.h"
 #include "schedulebuilder.h"
 #include "settingkeys.h"
+#include "tracktext.h"
 
 #include <QComboBox>
 #include <QDateEdit>
@@ -245,7 +246,7 @@ void ScheduleWindow::showSchedule()
         m_table->setItem(row, 2, cell(t.isCommand ? QString() : t.artist));
         m_table->setItem(row, 3,
                          cell(t.isCommand
-                                  ? QStringLiteral(">> ") + t.command.toUpper() + QStringLiteral(" <<")
+                                  ? commandRowText(t)
                                   : t.title));
         m_table->setItem(row, 4, cell(t.isCommand || t.isStream ? QString() : t.category));
         m_table->setItem(row, 5, cell(item.clock));

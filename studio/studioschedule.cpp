@@ -1,5 +1,7 @@
 #include "studioschedule.h"
 
+#include "tracktext.h"
+
 #include <algorithm>
 
 namespace {
@@ -18,7 +20,7 @@ namespace StudioSchedule {
 QString trackText(const Track& track)
 {
     if (track.isCommand)
-        return QStringLiteral(">> %1 <<").arg(track.command.toUpper());
+        return commandRowText(track);
     if (!track.artist.isEmpty() && !track.title.isEmpty())
         return track.artist + QStringLiteral(" – ") + track.title;
     if (!track.title.isEmpty())

@@ -24,13 +24,7 @@ inline Track fileTrack(const QString& artist, const QString& title, const QStrin
     return t;
 }
 
-inline Track commandTrack(const QString& word)
-{
-    Track t;
-    t.isCommand = true;
-    t.command = word;
-    return t;
-}
+using ::commandTrack;
 
 // A stream entry as the library shows one: the URL is both its path and its title.
 inline Track streamTrack(const QString& url, qint64 limitMs = 0)

@@ -1,0 +1,192 @@
+#include "playoutrunner.h"
+
+#include "asrunrecorder.h"
+#include "audioengine.h"
+#include "missingfileguard.h"
+#include "playlistfile.h"
+#include "playlistmodel.h"
+#include "playoutlog.h"
+#include "playoutlogging.h"
+#include "settingkeys.h"
+#include "silentrowguard.h"
+#include "trackdetails.h"
+#include "tracktext.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTimer>
+#include <QUrl>
+
+namespace {
+
+const QString kPlaylistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
+const QString kNotPlayable = QStringLiteral("Not a file or stream, ignored: %1");
+const QString kAsRunOff = QStringLiteral("As-run log is off: %1");
+const QString kNoDeviceHint = QStringLiteral(
+    "No audio output device: check the sound server or \"audio/outputDevice\" (see --list-devices)");
+
+bool isMissingFile(const Track& track)
+{
+    return !track.isCommand && !track.isStream && !QFileInfo(track.filePath).isFile();
+}
+
+} // namespace
+
+PlayoutRunner::PlayoutRunner(const Options& options, QObject* parent)
+    : QObject(parent), m_options(options), m_playlist(new PlaylistModel(this)), m_engine(new AudioEngine(this))
+{
+    m_engine->setPlaylist(m_playlist);
+    connect(m_engine, &AudioEngine::logMessage, this, &PlayoutRunner::onEngineLog);
+    connect(m_engine, &AudioEngine::currentRowChanged, this, &PlayoutRunner::onRowTaken);
+    // Audio went out: a short track may end before its first position report.
+    connect(m_engine, &AudioEngine::trackStarted, this, [this] {
+        if (!m_ended)
+            m_status = Played;
+    });
+    connect(m_engine, &AudioEngine::positionChanged, this, [this](qint64 position) {
+        if (position > 0 && !m_ended)
+            m_status = Played;
+    });
+
+    // The studio's rules for rows that cannot sound, with its texts.
+    m_missingFiles = new MissingFileGuard(m_engine, m_playlist, this);
+    connect(m_missingFiles, &MissingFileGuard::message, this, &PlayoutRunner::logLine);
+    m_silentRows = new SilentRowGuard(m_engine, m_playlist, this);
+    m_silentRows->setLimits(Settings::silentFileLimitMs.read(), Settings::silentStreamLimitMs.read());
+    connect(m_silentRows, &SilentRowGuard::message, this, &PlayoutRunner::logLine);
+
+    if (m_options.recordAsRun) {
+        m_asRun = new AsRunRecorder(m_engine, this);
+        connect(m_asRun, &AsRunRecorder::disabled, this,
+                [this](const QString& reason) { emit problem(kAsRunOff.arg(reason)); });
+    }
+}
+
+PlayoutRunner::CommandAction PlayoutRunner::commandAction(const QString& word)
+{
+    return word.trimmed().compare(QLatin1String("stop"), Qt::CaseInsensitive) == 0 ? CommandAction::Halt
+                                                                                    : CommandAction::StepOver;
+}
+
+int PlayoutRunner::firstRowToPlay(const QList<Track>& rows)
+{
+    for (int row = 0; row < rows.size(); ++row) {
+        if (!isMissingFile(rows.at(row)))
+            return row;
+    }
+    return -1;
+}
+
+QString PlayoutRunner::missingFileText(const QString& path)
+{
+    return QStringLiteral("Skipping missing file: ") + QDir::toNativeSeparators(path);
+}
+
+QString PlayoutRunner::steppedOverText(const QString& word)
+{
+    return QStringLiteral("Command row stepped over: ") + word.toUpper();
+}
+
+QString PlayoutRunner::nothingToPlayText()
+{
+    return QStringLiteral("Nothing to play: none of the items is an existing file or a stream URL");
+}
+
+PlayoutRunner::ExitStatus PlayoutRunner::load(const QStringList& items)
+{
+    QList<Track> rows;
+    QList<int> withoutInfo; // files named on the command line carry no names of their own
+    for (const QString& item : items) {
+        if (isStreamUrl(item)) {
+            rows << trackFromStreamUrl(item);
+        } else if (PlaylistFile::isPlaylistPath(item)) {
+            const PlaylistFile::ReadResult read = PlaylistFile::read(item);
+            if (!read.ok) {
+                emit problem(kPlaylistFailed.arg(QDir::toNativeSeparators(item), read.error));
+                return PlaylistUnusable;
+            }
+            for (const QString& skipped : read.skipped)
+                emit problem(kNotPlayable.arg(skipped));
+            rows << read.tracks;
+        } else {
+            const QString path =
+                item.startsWith(QLatin1String("file:"), Qt::CaseInsensitive) ? QUrl(item).toLocalFile() : item;
+            withoutInfo << int(rows.size());
+            rows << trackFromFileName(QFileInfo(path).absoluteFilePath());
+        }
+    }
+    TrackDetails::fill(rows, withoutInfo);
+
+    int playable = 0;
+    for (Track& row : rows) {
+        if (row.isStream && row.streamLimitMs < 1)
+            row.streamLimitMs = m_options.streamLimitMs;
+        if (isMissingFile(row))
+            emit problem(missingFileText(row.filePath));
+        else if (!row.isCommand)
+            ++playable;
+    }
+    if (playable == 0) {
+        emit problem(nothingToPlayText());
+        return NothingPlayed;
+    }
+    m_playlist->appendTracks(rows);
+    return Played;
+}
+
+void PlayoutRunner::start()
+{
+    const int row = firstRowToPlay(m_playlist->tracks());
+    if (row < 0) {
+        end(NothingPlayed);
+        return;
+    }
+    m_engine->playRow(row);
+}
+
+void PlayoutRunner::finish()
+{
+    if (m_asRun)
+        m_asRun->finishAll();
+}
+
+void PlayoutRunner::onEngineLog(const QString& text)
+{
+    emit logLine(text);
+    if (text == PlayoutLog::noDevice) {
+        emit problem(kNoDeviceHint);
+        end(NoDevice);
+    } else if (text == PlayoutLog::stop) {
+        // The end of the list, or nothing playable left (the guard stopped the engine).
+        end(m_status);
+    }
+}
+
+void PlayoutRunner::onRowTaken(int row)
+{
+    const QList<Track>& rows = m_playlist->tracks();
+    if (row < 0 || row >= rows.size() || !rows.at(row).isCommand)
+        return;
+    const QString word = rows.at(row).command;
+    // After the engine has finished taking the row and logged it, never from inside its signal.
+    QTimer::singleShot(0, this, [this, row, word] {
+        if (m_ended || m_engine->currentRow() != row)
+            return;
+        if (commandAction(word) == CommandAction::Halt) {
+            end(Played);
+            return;
+        }
+        emit logLine(steppedOverText(word));
+        m_engine->next();
+    });
+}
+
+void PlayoutRunner::end(ExitStatus status)
+{
+    if (m_ended)
+        return;
+    m_ended = true;
+    m_status = status;
+    qCInfo(lcPlayout) << "headless run ends with status" << status;
+    emit finished(status);
+}
