@@ -323,17 +323,21 @@ void TestServerHang::theStudioStartsEveryRowOnTimeAndItsWindowKeepsAnswering()
     QCOMPARE(rows.at(2).title, QStringLiteral("Tone C"));
     QCOMPARE(rows.at(0).endedBy, QStringLiteral("end"));
 
-#ifdef ONDARO_ENGINE_READS_STORE_AT_START
-    QEXPECT_FAIL("", "the engine still reads a row's parameters from the store when the row starts, on the "
-                     "GUI thread, so a hung server holds the next row and the window until it answers",
-                 Continue);
+    // Either of these holds the GUI thread, and with it the next row, until the server answers.
+#if defined(ONDARO_ENGINE_READS_STORE_AT_START)
+    const char* const stillWaits = "the engine still reads a row's parameters from the store on the GUI thread "
+                                   "when the row starts";
+#elif defined(ONDARO_PLAYLIST_READS_STORE_WHEN_PAINTED)
+    const char* const stillWaits = "the playlist reads each row's parameters from the store on the GUI thread "
+                                   "whenever the row is painted (as the current row changes)";
+#else
+    const char* const stillWaits = nullptr;
 #endif
+    if (stillWaits)
+        QEXPECT_FAIL("", stillWaits, Continue);
     QVERIFY2(longest < kOnTimeMs, qPrintable(QString::number(longest)));
-#ifdef ONDARO_ENGINE_READS_STORE_AT_START
-    QEXPECT_FAIL("", "the engine still reads a row's parameters from the store on the GUI thread when the row "
-                     "starts",
-                 Continue);
-#endif
+    if (stillWaits)
+        QEXPECT_FAIL("", stillWaits, Continue);
     QVERIFY2(longestGap < kLongestTickGapMs, qPrintable(QString::number(longestGap)));
 }
 
