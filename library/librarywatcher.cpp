@@ -80,8 +80,8 @@ void LibraryWatcher::checkConnection()
     if (probeClock.elapsed() - probeSentMs < kNoAnswerMs || !usable)
         return;
     usable = false;
-    const QString reason = QStringLiteral("The database server %1 does not answer")
-                               .arg(LibraryConnection::url().displayText());
+    const QString reason =
+        QStringLiteral("The database server %1 does not answer").arg(LibraryConnection::url().displayText());
     qCWarning(lcLibrary).noquote() << reason;
     emit connectionLost(reason);
 }

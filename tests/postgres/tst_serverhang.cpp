@@ -151,7 +151,8 @@ void TestServerHang::initTestCase()
     QVERIFY2(LibraryConnection::problem().isEmpty(), qPrintable(LibraryConnection::problem()));
     setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
 
-    const QStringList names = {QStringLiteral("Artist A - Tone A.wav"), QStringLiteral("Artist B - Tone B.wav"),
+    const QStringList names = {QStringLiteral("Artist A - Tone A.wav"),
+                               QStringLiteral("Artist B - Tone B.wav"),
                                QStringLiteral("Artist C - Tone C.wav")};
     const int frequencies[] = {440, 660, 880};
     for (int i = 0; i < names.size(); ++i) {
@@ -222,7 +223,8 @@ void TestServerHang::theRunnerStartsEveryRowOnTimeWhileTheServerHangs()
 
     // The delay of each row start after the moment the row before would have ended.
     qint64 longest = 0;
-    const QStringList rowTitles = {QStringLiteral("Tone A"), QStringLiteral("Tone B"), QStringLiteral("Tone C")};
+    const QStringList rowTitles = {QStringLiteral("Tone A"), QStringLiteral("Tone B"),
+                                   QStringLiteral("Tone C")};
     for (int i = 1; i < rowTitles.size(); ++i) {
         const int before = lineOf(rowTitles.at(i - 1), false);
         const int startLine = lineOf(rowTitles.at(i), false);
@@ -236,8 +238,9 @@ void TestServerHang::theRunnerStartsEveryRowOnTimeWhileTheServerHangs()
     longestDelayMs = qMax(longestDelayMs, longest);
     qInfo("ondaro-playout: longest delay of a row start while the server hung: %lld ms", longest);
 #ifdef ONDARO_ENGINE_READS_STORE_AT_START
-    QEXPECT_FAIL("", "the engine still reads a row's parameters from the store when the row starts (on its "
-                     "own thread), so a hung server holds the next row until it answers",
+    QEXPECT_FAIL("",
+                 "the engine still reads a row's parameters from the store when the row starts (on its "
+                 "own thread), so a hung server holds the next row until it answers",
                  Continue);
 #endif
     QVERIFY2(longest < kOnTimeMs, qPrintable(QString::number(longest)));
@@ -297,8 +300,9 @@ void TestServerHang::theStudioStartsEveryRowOnTimeAndItsWindowKeepsAnswering()
     qint64 longestGapBeforeDue = ticks.first() - hangStartMs;
     for (int i = 1; i < ticks.size() && ticks.at(i - 1) < nextDueMs; ++i)
         longestGapBeforeDue = qMax(longestGapBeforeDue, qMin(ticks.at(i), nextDueMs) - ticks.at(i - 1));
-    qInfo("studio: %lld ticks while the server hung, longest gap %lld ms, %lld ms before the next row was due",
-          qsizetype(ticks.size()), longestGap, longestGapBeforeDue);
+    qInfo(
+        "studio: %lld ticks while the server hung, longest gap %lld ms, %lld ms before the next row was due",
+        qsizetype(ticks.size()), longestGap, longestGapBeforeDue);
     QVERIFY2(longestGapBeforeDue < kLongestTickGapMs, qPrintable(QString::number(longestGapBeforeDue)));
 
     QTRY_COMPARE_WITH_TIMEOUT(startedMs.size(), 3, 30000);
@@ -306,7 +310,8 @@ void TestServerHang::theStudioStartsEveryRowOnTimeAndItsWindowKeepsAnswering()
     qint64 longest = 0;
     for (int i = 1; i < 3; ++i) {
         const qint64 delay = startedMs.at(i) - startedMs.at(i - 1) - kToneMs;
-        qInfo("studio: row %d started %lld ms after the row before would have ended (server stopped at %lld ms, "
+        qInfo("studio: row %d started %lld ms after the row before would have ended (server stopped at %lld "
+              "ms, "
               "continued at %lld ms, row at %lld ms)",
               i + 1, delay, hangStartMs, resumedMs, startedMs.at(i));
         longest = qMax(longest, delay);
@@ -325,11 +330,13 @@ void TestServerHang::theStudioStartsEveryRowOnTimeAndItsWindowKeepsAnswering()
 
     // Either of these holds the GUI thread, and with it the next row, until the server answers.
 #if defined(ONDARO_ENGINE_READS_STORE_AT_START)
-    const char* const stillWaits = "the engine still reads a row's parameters from the store on the GUI thread "
-                                   "when the row starts";
+    const char* const stillWaits =
+        "the engine still reads a row's parameters from the store on the GUI thread "
+        "when the row starts";
 #elif defined(ONDARO_PLAYLIST_READS_STORE_WHEN_PAINTED)
-    const char* const stillWaits = "the playlist reads each row's parameters from the store on the GUI thread "
-                                   "whenever the row is painted (as the current row changes)";
+    const char* const stillWaits =
+        "the playlist reads each row's parameters from the store on the GUI thread "
+        "whenever the row is painted (as the current row changes)";
 #else
     const char* const stillWaits = nullptr;
 #endif

@@ -61,14 +61,16 @@ private:
 
     QString databaseFile() const
     {
-        return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) + QStringLiteral("/library.db");
+        return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+               QStringLiteral("/library.db");
     }
 
 private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        useTemporarySettings(dir.path(), QStringLiteral("tst_asrunholdback-%1").arg(QCoreApplication::applicationPid()));
+        useTemporarySettings(dir.path(),
+                             QStringLiteral("tst_asrunholdback-%1").arg(QCoreApplication::applicationPid()));
         setSetting(QStringLiteral("audio/outputDevice"), QStringLiteral("NullOut"));
         setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
