@@ -49,7 +49,8 @@ bool run(QSqlQuery& q, const QString& sql, const QVariantList& values, const cha
     if (!q.exec()) {
         // On a server the failure may be a lost connection, which must be closed so that it reopens.
         if (LibraryConnection::isServer())
-            LibraryConnection::noteFailure(q.lastError(), QByteArray("as-run log: ").append(what).constData());
+            LibraryConnection::noteFailure(q.lastError(),
+                                           QByteArray("as-run log: ").append(what).constData());
         else
             qCWarning(lcLibrary) << "as-run log:" << what << "failed:" << q.lastError().text();
         return false;

@@ -376,8 +376,8 @@ bool LibraryConnection::openThreadConnection(const Target& target)
         if (db.open())
             return true;
         t_own.problem = db.lastError().text();
-        qCWarning(lcLibrary).noquote() << "A worker cannot open the library database" << target.file << ":"
-                                       << t_own.problem;
+        qCWarning(lcLibrary).noquote()
+            << "A worker cannot open the library database" << target.file << ":" << t_own.problem;
         return false;
     }
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), t_own.name);

@@ -3,6 +3,7 @@
 #include "libraryconnection.h"
 #include "librarylogging.h"
 #include "pgschema.h"
+#include "storethread.h"
 
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -16,7 +17,26 @@ constexpr int kCheckIntervalMs = 1000;
 // Milliseconds to gather notifications before one refresh: an import commits a batch every moment.
 constexpr int kSettleMs = 300;
 
+// Milliseconds to wait for the probe's thread when the watcher goes.
+constexpr int kProbeStopWaitMs = 300;
+
 } // namespace
+
+// Asks the server whether it answers, on the probe's own thread and connection.
+class ServerProbe : public QObject
+{
+    Q_OBJECT
+
+public:
+    void ask()
+    {
+        LibraryConnection::check();
+        emit answered();
+    }
+
+signals:
+    void answered();
+};
 
 LibraryWatcher::LibraryWatcher(QObject* parent) : QObject(parent)
 {
@@ -33,6 +53,16 @@ LibraryWatcher::LibraryWatcher(QObject* parent) : QObject(parent)
     usable = LibraryConnection::problem().isEmpty() && LibraryConnection::database().isOpen();
     if (usable)
         subscribe();
+    probe = new ServerProbe;
+    probeThread = new StoreThread(LibraryConnection::target(), probe);
+    connect(probe, &ServerProbe::answered, this, &LibraryWatcher::onProbeAnswered, Qt::QueuedConnection);
+    probeThread->start();
+    probeClock.start();
+}
+
+LibraryWatcher::~LibraryWatcher()
+{
+    StoreThread::stop(probeThread, kProbeStopWaitMs);
 }
 
 QString LibraryWatcher::problem() const
@@ -41,6 +71,29 @@ QString LibraryWatcher::problem() const
 }
 
 void LibraryWatcher::checkConnection()
+{
+    if (probeSentMs < 0) {
+        probeSentMs = probeClock.elapsed();
+        QMetaObject::invokeMethod(probe, &ServerProbe::ask, Qt::QueuedConnection);
+        return;
+    }
+    if (probeClock.elapsed() - probeSentMs < kNoAnswerMs || !usable)
+        return;
+    usable = false;
+    const QString reason =
+        QStringLiteral("The database server %1 does not answer").arg(LibraryConnection::url().displayText());
+    qCWarning(lcLibrary).noquote() << reason;
+    emit connectionLost(reason);
+}
+
+void LibraryWatcher::onProbeAnswered()
+{
+    probeSentMs = -1;
+    // The server answers (or refuses at once): the shared connection can be asked without hanging.
+    checkSharedConnection();
+}
+
+void LibraryWatcher::checkSharedConnection()
 {
     const bool nowUsable = LibraryConnection::check();
     if (nowUsable && subscribedGeneration != LibraryConnection::generation())
@@ -81,3 +134,5 @@ void LibraryWatcher::onNotification(const QString& name, QSqlDriver::Notificatio
     if (!settleTimer->isActive())
         settleTimer->start();
 }
+
+#include "librarywatcher.moc"

@@ -1,21 +1,33 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QSqlDriver>
 #include <QString>
 
 class QTimer;
+class ServerProbe;
+class StoreThread;
 
 // Tells a window what happens to a library that several machines share on a server: another machine
 // changed it (the server notifies every change), the server went away, or it came back. The
 // connection itself is checked every second, which also brings it back (LibraryConnection reopens a
 // lost connection). On the embedded database nothing of this happens and no signal is sent.
+//
+// The check asks the server first from a thread of its own: a server that does not answer at all (hung,
+// or a network that drops packets) would otherwise hold the window's thread until it does. While that
+// question is open longer than kNoAnswerMs the server counts as lost, and the shared connection is left
+// alone until the server answers again.
 class LibraryWatcher : public QObject
 {
     Q_OBJECT
 
 public:
     explicit LibraryWatcher(QObject* parent = nullptr);
+    ~LibraryWatcher() override;
+
+    // Milliseconds without an answer after which a server counts as lost.
+    static constexpr int kNoAnswerMs = 2000;
 
     // Why the library cannot be used now; empty while all is well.
     QString problem() const;
@@ -28,6 +40,8 @@ signals:
 
 private:
     void checkConnection();
+    void onProbeAnswered();
+    void checkSharedConnection();
     void subscribe();
     void onNotification(const QString& name, QSqlDriver::NotificationSource source, const QVariant& payload);
 
@@ -35,4 +49,8 @@ private:
     QTimer* settleTimer = nullptr;
     int subscribedGeneration = 0;
     bool usable = true;
+    StoreThread* probeThread = nullptr;
+    ServerProbe* probe = nullptr;
+    qint64 probeSentMs = -1; // on probeClock; -1 while no question is open
+    QElapsedTimer probeClock;
 };

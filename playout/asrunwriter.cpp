@@ -128,7 +128,8 @@ void AsRunWriter::drain()
                 m_queue.removeFirst();
         }
         if (drop) {
-            qCWarning(lcPlayout).noquote() << "The store refused" << describe(next) << "again; it is not written";
+            qCWarning(lcPlayout).noquote()
+                << "The store refused" << describe(next) << "again; it is not written";
             emit dropped(describe(next));
             continue;
         }

@@ -46,8 +46,9 @@ void TrackInfoCache::watch(PlaylistModel* model)
         m_modelConnections
             << connect(model, &QAbstractItemModel::rowsInserted, this,
                        [this](const QModelIndex&, int first, int last) { addRows(first, last); })
-            << connect(model, &QAbstractItemModel::dataChanged, this,
-                       [this](const QModelIndex& from, const QModelIndex& to) { addRows(from.row(), to.row()); })
+            << connect(
+                   model, &QAbstractItemModel::dataChanged, this,
+                   [this](const QModelIndex& from, const QModelIndex& to) { addRows(from.row(), to.row()); })
             << connect(model, &QAbstractItemModel::modelReset, this, &TrackInfoCache::rereadWatchedPaths)
             << connect(model, &QAbstractItemModel::rowsRemoved, this, &TrackInfoCache::scheduleRereading)
             << connect(model, &QObject::destroyed, this, [this] {
@@ -145,7 +146,8 @@ void TrackInfoCache::request(const QStringList& paths, bool urgent) const
         m_reader = new TrackInfoReader;
         m_thread = new StoreThread(LibraryConnection::target(), m_reader);
         auto* self = const_cast<TrackInfoCache*>(this);
-        connect(m_reader, &TrackInfoReader::infoRead, self, &TrackInfoCache::onInfoRead, Qt::QueuedConnection);
+        connect(m_reader, &TrackInfoReader::infoRead, self, &TrackInfoCache::onInfoRead,
+                Qt::QueuedConnection);
         m_thread->start();
     }
     m_reader->request(paths, urgent);

@@ -69,8 +69,8 @@ private:
     QSet<QString> m_watchedPaths;
     bool m_rereadingDue = false;
     QHash<QString, TrackInfo> m_info;
-    mutable QStringList m_spare;          // most recently used last
-    mutable QSet<QString> m_unanswered;   // the store could not answer; asked again by the timer
+    mutable QStringList m_spare;             // most recently used last
+    mutable QSet<QString> m_unanswered;      // the store could not answer; asked again by the timer
     mutable StoreThread* m_thread = nullptr; // started by the first request
     mutable TrackInfoReader* m_reader = nullptr;
     QTimer* m_retry = nullptr;

@@ -85,7 +85,8 @@ TrackInfo TrackInfoReader::read(const QString& path) const
     info.analysis = TrackAnalysis::load(path);
     info.params = TrackParams::load(path);
     // A failed statement gives neutral values; they are not what the store holds.
-    info.known = LibraryConnection::failureCount() == failuresBefore && LibraryConnection::database().isOpen();
+    info.known =
+        LibraryConnection::failureCount() == failuresBefore && LibraryConnection::database().isOpen();
     if (!info.known) {
         info.params = TrackParams();
         info.analysis = TrackAnalysis();

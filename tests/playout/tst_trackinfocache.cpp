@@ -88,7 +88,8 @@ private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        useTemporarySettings(dir.path(), QStringLiteral("tst_trackinfocache-%1").arg(QCoreApplication::applicationPid()));
+        useTemporarySettings(dir.path(),
+                             QStringLiteral("tst_trackinfocache-%1").arg(QCoreApplication::applicationPid()));
     }
 
     void init()
@@ -304,7 +305,8 @@ private slots:
         if (!pgtest::TcpServer::available())
             QSKIP("no PostgreSQL server is installed (scripts/setup.sh installs it)");
         pgtest::TcpServer server;
-        QVERIFY(server.start(QStringLiteral("/tmp/ondaro-infocache-%1").arg(QCoreApplication::applicationPid())));
+        QVERIFY(
+            server.start(QStringLiteral("/tmp/ondaro-infocache-%1").arg(QCoreApplication::applicationPid())));
         dropConnection();
         qputenv("ONDARO_DATABASE_URL", server.url().toUtf8());
         LibraryConnection::setReconnectInterval(200);

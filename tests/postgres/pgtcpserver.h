@@ -33,7 +33,8 @@ public:
     static bool available()
     {
         QProcess ls;
-        ls.start(QStringLiteral("bash"), {QStringLiteral("-c"), QStringLiteral("ls /usr/lib/postgresql/*/bin/postgres")});
+        ls.start(QStringLiteral("bash"),
+                 {QStringLiteral("-c"), QStringLiteral("ls /usr/lib/postgresql/*/bin/postgres")});
         return ls.waitForFinished(10000) && ls.exitCode() == 0;
     }
 
@@ -82,8 +83,8 @@ private:
         env.insert(QStringLiteral("ONDARO_PG_TCP_PORT"), QString::number(m_port));
         run.setProcessEnvironment(env);
         run.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        run.start(QStringLiteral("bash"), {QStringLiteral(ONDARO_SOURCE_DIR "/scripts/pg-test-server.sh"), command,
-                                           m_folder, option});
+        run.start(QStringLiteral("bash"), {QStringLiteral(ONDARO_SOURCE_DIR "/scripts/pg-test-server.sh"),
+                                           command, m_folder, option});
         return run.waitForFinished(120000) && run.exitStatus() == QProcess::NormalExit && run.exitCode() == 0;
     }
 
@@ -97,7 +98,8 @@ private:
         const pid_t main = pid_t(pidFile.readAll().trimmed().toLongLong());
         if (main <= 0 || ::kill(main, signal) != 0)
             return false;
-        const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QStringList entries =
+            QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         for (const QString& entry : entries) {
             bool isPid = false;
             const pid_t pid = pid_t(entry.toLongLong(&isPid));

@@ -1,6 +1,6 @@
 #include "storethread.h"
 
-#include "playoutlogging.h"
+#include "librarylogging.h"
 
 StoreThread::StoreThread(const LibraryConnection::Target& target, QObject* worker) : m_target(target)
 {
@@ -25,7 +25,7 @@ bool StoreThread::stop(StoreThread* thread, int waitMs)
         delete thread;
         return true;
     }
-    qCWarning(lcPlayout) << "A database worker still waits on the server; it is left to end by itself";
+    qCWarning(lcLibrary) << "A database worker still waits on the server; it is left to end by itself";
     connect(thread, &QThread::finished, thread, &QObject::deleteLater);
     if (thread->isFinished()) // it ended while the connection was made
         delete thread;
