@@ -215,6 +215,23 @@ private slots:
         QCOMPARE(window.playlist()->rowMixOverride(1), PlaylistModel::MixOverride(2500, -1));
     }
 
+    void playAtStartGoesOnFromTheRowWhereTheListStood()
+    {
+        const QList<Track> rows = {uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1)),
+                                   uitest::fileTrack(QStringLiteral("Artist C"), QStringLiteral("Evening"), tones.at(2)),
+                                   uitest::fileTrack(QStringLiteral("Artist D"), QStringLiteral("Night"), tones.at(3))};
+        QVERIFY(PlaylistFile::write(sessionPlaylist(), rows));
+        QVERIFY(uitest::writeFile(sessionPosition(),
+                                  "{\"rows\":3,\"currentRow\":1,\"queue\":[],\"played\":[0],\"mixOverrides\":[]}"));
+        StudioWindow window;
+        QSignalSpy started(window.engine(), &AudioEngine::trackStarted);
+        window.start(StudioCommandLine::parse({QStringLiteral("ondaro-studio"), QStringLiteral("--play")}));
+        QTRY_VERIFY_WITH_TIMEOUT(!started.isEmpty(), 10000);
+        QCOMPARE(started.first().at(0).toInt(), 1);
+        QCOMPARE(started.first().at(1).value<Track>().title, QStringLiteral("Evening"));
+        window.engine()->stop();
+    }
+
     void commandLineFilesReplaceTheRestoredList()
     {
         const QList<Track> old = {uitest::fileTrack(QStringLiteral("Old"), QStringLiteral("List"), tones.at(3))};
