@@ -106,7 +106,8 @@ PlaylistSession::Saved PlaylistSession::readLastSession()
         QFile::remove(aside);
         const bool moved = QFile::rename(playlistPath(), aside);
         saved.error = moved ? keptAside.arg(read.error, QDir::toNativeSeparators(aside)) : read.error;
-        qCWarning(lcStudio).noquote() << "session playlist" << playlistPath() << "not restored:" << read.error;
+        qCWarning(lcStudio).noquote()
+            << "session playlist" << playlistPath() << "not restored:" << read.error;
         return saved;
     }
     saved.tracks = std::move(read.tracks);
@@ -118,8 +119,9 @@ PlaylistSession::Saved PlaylistSession::readLastSession()
         return saved;
     QString problem;
     QJsonParseError parseError;
-    const QJsonDocument document =
-        file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll(), &parseError) : QJsonDocument();
+    const QJsonDocument document = file.open(QIODevice::ReadOnly)
+                                       ? QJsonDocument::fromJson(file.readAll(), &parseError)
+                                       : QJsonDocument();
     const QJsonObject position = document.object();
     const int rows = int(saved.tracks.size());
     if (!file.isOpen())
@@ -188,7 +190,8 @@ void PlaylistSession::watch()
 void PlaylistSession::onDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight)
 {
     // Start times follow the clock on every track start; they are not kept.
-    if (topLeft.column() == PlaylistModel::StartTimeColumn && bottomRight.column() == PlaylistModel::StartTimeColumn)
+    if (topLeft.column() == PlaylistModel::StartTimeColumn &&
+        bottomRight.column() == PlaylistModel::StartTimeColumn)
         return;
     onChanged();
 }
@@ -248,8 +251,8 @@ bool PlaylistSession::write(const QString& folder, const Snapshot& snapshot, QSt
         if (row >= 0 && row < rows)
             played.append(row);
     const int current = snapshot.currentRow >= 0 && snapshot.currentRow < rows ? snapshot.currentRow : -1;
-    const QByteArray json =
-        QJsonDocument(positionObject(rows, current, queue, played, snapshot.mixOverrides)).toJson(QJsonDocument::Compact);
+    const QByteArray json = QJsonDocument(positionObject(rows, current, queue, played, snapshot.mixOverrides))
+                                .toJson(QJsonDocument::Compact);
     QSaveFile file(QDir(folder).filePath(positionName));
     if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit()) {
         *error = QStringLiteral("Cannot write %1: %2")

@@ -264,7 +264,8 @@ void StudioWindow::restoreSession()
     const int row = m_playlist->currentRow();
     if (row >= 0) {
         m_view->selectRow(row);
-        m_view->scrollTo(m_playlist->index(row, PlaylistModel::TitleColumn), QAbstractItemView::PositionAtCenter);
+        m_view->scrollTo(m_playlist->index(row, PlaylistModel::TitleColumn),
+                         QAbstractItemView::PositionAtCenter);
     }
 }
 

@@ -85,8 +85,9 @@ private slots:
         QVERIFY(dir.isValid());
         studiotest::useStudioLocations(dir.path(), "tst_playlistsession");
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        const QStringList names = {QStringLiteral("Artist A - Morning.wav"), QStringLiteral("Artist B - Noon.wav"),
-                                   QStringLiteral("Artist C - Evening.wav"), QStringLiteral("Artist D - Night.wav")};
+        const QStringList names = {
+            QStringLiteral("Artist A - Morning.wav"), QStringLiteral("Artist B - Noon.wav"),
+            QStringLiteral("Artist C - Evening.wav"), QStringLiteral("Artist D - Night.wav")};
         for (int i = 0; i < names.size(); ++i) {
             const QString path = makeTone(dir.path(), names.at(i), 440 + 110 * i, i == 0 ? 30.0 : 1.0);
             QVERIFY(!path.isEmpty());
@@ -170,14 +171,15 @@ private slots:
         environment.remove(QStringLiteral("ONDARO_DATABASE_URL"));
         const QString data = home.filePath(QStringLiteral("data/Ondaro/Ondaro"));
         const QString session = data + QStringLiteral("/session.m3u");
-        const QString todaysLog =
-            data + QStringLiteral("/logs/") + QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(".log");
+        const QString todaysLog = data + QStringLiteral("/logs/") +
+                                  QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(".log");
 
         QProcess first;
         first.setProcessEnvironment(environment);
         first.start(QStringLiteral(ONDARO_STUDIO_EXECUTABLE), tones.mid(1, 3));
         QVERIFY(first.waitForStarted(10000));
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(session) && PlaylistFile::read(session).tracks.size() == 3, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(session) && PlaylistFile::read(session).tracks.size() == 3,
+                                 20000);
         first.kill();
         QVERIFY(first.waitForFinished(10000));
         QCOMPARE(first.exitStatus(), QProcess::CrashExit);
@@ -217,12 +219,14 @@ private slots:
 
     void playAtStartGoesOnFromTheRowWhereTheListStood()
     {
-        const QList<Track> rows = {uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1)),
-                                   uitest::fileTrack(QStringLiteral("Artist C"), QStringLiteral("Evening"), tones.at(2)),
-                                   uitest::fileTrack(QStringLiteral("Artist D"), QStringLiteral("Night"), tones.at(3))};
+        const QList<Track> rows = {
+            uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1)),
+            uitest::fileTrack(QStringLiteral("Artist C"), QStringLiteral("Evening"), tones.at(2)),
+            uitest::fileTrack(QStringLiteral("Artist D"), QStringLiteral("Night"), tones.at(3))};
         QVERIFY(PlaylistFile::write(sessionPlaylist(), rows));
-        QVERIFY(uitest::writeFile(sessionPosition(),
-                                  "{\"rows\":3,\"currentRow\":1,\"queue\":[],\"played\":[0],\"mixOverrides\":[]}"));
+        QVERIFY(uitest::writeFile(
+            sessionPosition(),
+            "{\"rows\":3,\"currentRow\":1,\"queue\":[],\"played\":[0],\"mixOverrides\":[]}"));
         StudioWindow window;
         QSignalSpy started(window.engine(), &AudioEngine::trackStarted);
         window.start(StudioCommandLine::parse({QStringLiteral("ondaro-studio"), QStringLiteral("--play")}));
@@ -234,7 +238,8 @@ private slots:
 
     void commandLineFilesReplaceTheRestoredList()
     {
-        const QList<Track> old = {uitest::fileTrack(QStringLiteral("Old"), QStringLiteral("List"), tones.at(3))};
+        const QList<Track> old = {
+            uitest::fileTrack(QStringLiteral("Old"), QStringLiteral("List"), tones.at(3))};
         QVERIFY(PlaylistFile::write(sessionPlaylist(), old));
 
         StudioWindow window;
@@ -265,11 +270,13 @@ private slots:
 
     void aPositionOfAnotherListBringsBackTheRowsOnly()
     {
-        const QList<Track> rows = {uitest::fileTrack(QStringLiteral("Artist A"), QStringLiteral("Morning"), tones.at(0)),
-                                   uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1))};
+        const QList<Track> rows = {
+            uitest::fileTrack(QStringLiteral("Artist A"), QStringLiteral("Morning"), tones.at(0)),
+            uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1))};
         QVERIFY(PlaylistFile::write(sessionPlaylist(), rows));
-        QVERIFY(uitest::writeFile(sessionPosition(),
-                                  "{\"rows\":7,\"currentRow\":5,\"queue\":[6],\"played\":[],\"mixOverrides\":[]}"));
+        QVERIFY(uitest::writeFile(
+            sessionPosition(),
+            "{\"rows\":7,\"currentRow\":5,\"queue\":[6],\"played\":[],\"mixOverrides\":[]}"));
         StudioWindow window;
         window.start(noItems());
         QCOMPARE(window.playlist()->rowCount(), 2);
@@ -290,7 +297,8 @@ private slots:
         StudioWindow window;
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        window.start(StudioCommandLine::parse({QStringLiteral("ondaro-studio"), QStringLiteral("--play"), tones.at(0)}));
+        window.start(StudioCommandLine::parse(
+            {QStringLiteral("ondaro-studio"), QStringLiteral("--play"), tones.at(0)}));
         QTRY_VERIFY_WITH_TIMEOUT(window.engine()->isPlaying(), 10000);
 
         const auto cancelled = answerQuitQuestion(QMessageBox::RejectRole);
@@ -351,7 +359,8 @@ private slots:
         qInfo("10,000 rows: hand-over on the window's thread %.2f ms, write on the worker %.1f ms, longest "
               "pause of the window's event loop %.1f ms",
               window.session()->lastHandOverMs(), window.session()->lastWriteMs(), gapMs);
-        QVERIFY2(window.session()->lastHandOverMs() < 50.0, qPrintable(QString::number(window.session()->lastHandOverMs())));
+        QVERIFY2(window.session()->lastHandOverMs() < 50.0,
+                 qPrintable(QString::number(window.session()->lastHandOverMs())));
         QVERIFY2(gapMs < 100.0, qPrintable(QString::number(gapMs)));
 
         const PlaylistFile::ReadResult read = PlaylistFile::read(sessionPlaylist());
