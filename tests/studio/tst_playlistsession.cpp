@@ -292,6 +292,36 @@ private slots:
         QCOMPARE(second.playlist()->currentRow(), -1);
     }
 
+    void aFolderThatCannotBeWrittenIsReportedOnceAndAgainWhenItWorks()
+    {
+        // A file where the session's folder should be: nothing can be written under it.
+        const QString blocked = dir.filePath(QStringLiteral("blocked"));
+        QVERIFY(uitest::writeFile(blocked, "not a folder"));
+        PlaylistModel playlist;
+        PlaylistSession session(&playlist, blocked, nullptr);
+        session.setDelayMs(10);
+        QSignalSpy messages(&session, &PlaylistSession::message);
+        QSignalSpy saved(&session, &PlaylistSession::saved);
+        session.watch();
+        QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 1, 5000);
+        QVERIFY(messages.first().at(0).toString().startsWith(
+            QStringLiteral("The playlist could not be kept on disk: ")));
+        playlist.appendTrack(uitest::fileTrack(QStringLiteral("A"), QStringLiteral("B"), tones.at(1)));
+        playlist.appendTrack(uitest::fileTrack(QStringLiteral("C"), QStringLiteral("D"), tones.at(2)));
+        session.saveNow();
+        session.saveNow();
+        QCOMPARE(messages.count(), 1); // failed again twice, said once
+        QVERIFY(saved.isEmpty());
+
+        QVERIFY(QFile::remove(blocked));
+        playlist.enqueue(1);
+        QTRY_VERIFY_WITH_TIMEOUT(!saved.isEmpty(), 5000);
+        QCOMPARE(messages.count(), 2);
+        QCOMPARE(messages.last().at(0).toString(), QStringLiteral("The playlist is kept on disk again"));
+        QCOMPARE(PlaylistFile::read(blocked + QStringLiteral("/session.m3u")).tracks.size(), 2);
+        QDir(blocked).removeRecursively();
+    }
+
     void quittingWhileOnAirAsksAndCancelKeepsTheWindowOpen()
     {
         StudioWindow window;
