@@ -8,6 +8,7 @@
 #include "playlistmodel.h"
 #include "playlistsession.h"
 #include "playlistview.h"
+#include "streamserver.h"
 #include "studiocommandline.h"
 #include "studiotestsupport.h"
 #include "studiowindow.h"
@@ -341,6 +342,30 @@ private slots:
         QVERIFY(window.close());
         QVERIFY(*quit);
         QVERIFY(!window.engine()->isPlaying());
+    }
+
+    void quittingWhileARelayIsOnAirAsksToo()
+    {
+        const QByteArray liveMp3 = makeTaggedStreamMp3(dir.path());
+        QVERIFY(liveMp3.size() > 10000);
+        StreamServer server(liveMp3, 16000);
+        QVERIFY(server.start());
+        StudioWindow window;
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        window.start(noItems());
+        window.engine()->startRelay(server.url());
+        QTRY_VERIFY_WITH_TIMEOUT(window.engine()->isRelayLive(), 15000);
+        QVERIFY(!window.engine()->isPlaying());
+
+        const auto cancelled = answerQuitQuestion(QMessageBox::RejectRole);
+        QVERIFY(!window.close());
+        QVERIFY(*cancelled);
+        QVERIFY(window.engine()->isRelaying());
+        const auto quit = answerQuitQuestion(QMessageBox::DestructiveRole);
+        QVERIFY(window.close());
+        QVERIFY(*quit);
+        QVERIFY(!window.engine()->isRelaying());
     }
 
     void closingWhileStoppedAsksNothing()
