@@ -449,11 +449,6 @@ void StudioWindow::showSettings()
     dialog->open();
 }
 
-QString StudioWindow::quitWhileOnAirText()
-{
-    return quitTitle;
-}
-
 bool StudioWindow::isOnAir() const
 {
     return m_engine->isPlaying() || m_engine->isRelaying();

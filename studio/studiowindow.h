@@ -56,8 +56,7 @@ public:
     QAction* hourMarkersAction() const { return m_hourMarkers; }
     PlaylistSession* session() const { return m_session; }
 
-    // The text of the question asked before quitting while on air, and its box's object name.
-    static QString quitWhileOnAirText();
+    // The object name of the question asked before quitting while on air.
     static QString quitWhileOnAirName() { return QStringLiteral("quitWhileOnAir"); }
 
 public slots:

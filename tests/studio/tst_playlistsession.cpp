@@ -50,15 +50,18 @@ QMessageBox* quitQuestion()
     return nullptr;
 }
 
-// Clicks the question's button with the role given once it shows.
+// Clicks the question's button with the role given once it shows, after checking what it asks.
 std::shared_ptr<bool> answerQuitQuestion(QMessageBox::ButtonRole role)
 {
     return uitest::whenShown<QMessageBox>(quitQuestion, [role](QMessageBox* box) {
+        const QString title = box->windowTitle();
+        const QString text = box->text();
         for (QAbstractButton* button : box->buttons())
-            if (box->buttonRole(button) == role) {
+            if (box->buttonRole(button) == role)
                 button->click();
-                return;
-            }
+        // Checked after the answer, so a wrong text fails the test instead of leaving the box open.
+        QCOMPARE(title, QStringLiteral("Quit while on air?"));
+        QVERIFY(text.startsWith(QStringLiteral("The station is on air.")));
     });
 }
 
