@@ -12,6 +12,7 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -53,8 +54,10 @@ bool readRows(const QJsonValue& value, int rows, QList<int>& out)
         return false;
     for (const QJsonValue& entry : value.toArray()) {
         const double number = entry.toDouble(-1.0);
+        if (!entry.isDouble() || !(number >= 0.0 && number < rows) || number != std::floor(number))
+            return false;
         const int row = int(number);
-        if (!entry.isDouble() || row != number || row < 0 || row >= rows || out.contains(row))
+        if (out.contains(row))
             return false;
         out.append(row);
     }
@@ -106,7 +109,8 @@ PlaylistSession::Saved PlaylistSession::readLastSession()
         QFile::remove(aside);
         const bool moved = QFile::rename(playlistPath(), aside);
         saved.error = moved ? keptAside.arg(read.error, QDir::toNativeSeparators(aside)) : read.error;
-        qCWarning(lcStudio).noquote() << "session playlist" << playlistPath() << "not restored:" << read.error;
+        qCWarning(lcStudio).noquote()
+            << "session playlist" << playlistPath() << "not restored:" << read.error;
         return saved;
     }
     saved.tracks = std::move(read.tracks);
@@ -118,8 +122,9 @@ PlaylistSession::Saved PlaylistSession::readLastSession()
         return saved;
     QString problem;
     QJsonParseError parseError;
-    const QJsonDocument document =
-        file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll(), &parseError) : QJsonDocument();
+    const QJsonDocument document = file.open(QIODevice::ReadOnly)
+                                       ? QJsonDocument::fromJson(file.readAll(), &parseError)
+                                       : QJsonDocument();
     const QJsonObject position = document.object();
     const int rows = int(saved.tracks.size());
     if (!file.isOpen())
@@ -188,7 +193,8 @@ void PlaylistSession::watch()
 void PlaylistSession::onDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight)
 {
     // Start times follow the clock on every track start; they are not kept.
-    if (topLeft.column() == PlaylistModel::StartTimeColumn && bottomRight.column() == PlaylistModel::StartTimeColumn)
+    if (topLeft.column() == PlaylistModel::StartTimeColumn &&
+        bottomRight.column() == PlaylistModel::StartTimeColumn)
         return;
     onChanged();
 }
@@ -248,8 +254,8 @@ bool PlaylistSession::write(const QString& folder, const Snapshot& snapshot, QSt
         if (row >= 0 && row < rows)
             played.append(row);
     const int current = snapshot.currentRow >= 0 && snapshot.currentRow < rows ? snapshot.currentRow : -1;
-    const QByteArray json =
-        QJsonDocument(positionObject(rows, current, queue, played, snapshot.mixOverrides)).toJson(QJsonDocument::Compact);
+    const QByteArray json = QJsonDocument(positionObject(rows, current, queue, played, snapshot.mixOverrides))
+                                .toJson(QJsonDocument::Compact);
     QSaveFile file(QDir(folder).filePath(positionName));
     if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit()) {
         *error = QStringLiteral("Cannot write %1: %2")
@@ -269,7 +275,8 @@ void PlaylistSession::startWrite()
     m_dirty = false;
     m_writing = true;
     const QString folder = m_folder;
-    m_writer.start([this, folder, s] {
+    const quint64 serial = ++m_writeSerial;
+    m_writer.start([this, folder, s, serial] {
         QElapsedTimer clock;
         clock.start();
         QString error;
@@ -277,15 +284,25 @@ void PlaylistSession::startWrite()
         const double ms = clock.nsecsElapsed() / 1e6;
         const int rows = int(s.tracks.size());
         QMetaObject::invokeMethod(
-            this, [this, ok, error, rows, ms] { onWritten(ok, error, rows, ms); }, Qt::QueuedConnection);
+            this, [this, ok, error, rows, ms, serial] { onWritten(serial, ok, error, rows, ms); },
+            Qt::QueuedConnection);
     });
     m_lastHandOverMs = handOver.nsecsElapsed() / 1e6;
 }
 
-void PlaylistSession::onWritten(bool ok, const QString& error, int rows, double writeMs)
+void PlaylistSession::onWritten(quint64 serial, bool ok, const QString& error, int rows, double writeMs)
 {
     m_writing = false;
     m_lastWriteMs = writeMs;
+    // A report that arrives after saveNow wrote again is about an older file: not news any more.
+    if (serial == m_writeSerial)
+        reportWrite(ok, error, rows);
+    if (m_dirty)
+        scheduleWrite();
+}
+
+void PlaylistSession::reportWrite(bool ok, const QString& error, int rows)
+{
     if (ok) {
         if (m_failing)
             emit message(writtenAgain);
@@ -297,8 +314,6 @@ void PlaylistSession::onWritten(bool ok, const QString& error, int rows, double 
         qCWarning(lcStudio).noquote() << "session not written:" << error;
         emit message(notWritten.arg(error));
     }
-    if (m_dirty)
-        scheduleWrite();
 }
 
 void PlaylistSession::saveNow()
@@ -311,12 +326,8 @@ void PlaylistSession::saveNow()
         return;
     const Snapshot s = snapshot();
     m_dirty = false;
+    ++m_writeSerial;
     QString error;
-    if (write(m_folder, s, &error)) {
-        m_failing = false;
-        emit saved(int(s.tracks.size()));
-    } else {
-        qCWarning(lcStudio).noquote() << "session not written:" << error;
-        emit message(notWritten.arg(error));
-    }
+    const bool ok = write(m_folder, s, &error);
+    reportWrite(ok, error, int(s.tracks.size()));
 }

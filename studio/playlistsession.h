@@ -88,7 +88,8 @@ private:
     void scheduleWrite();
     void onDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight);
     void startWrite();
-    void onWritten(bool ok, const QString& error, int rows, double writeMs);
+    void onWritten(quint64 serial, bool ok, const QString& error, int rows, double writeMs);
+    void reportWrite(bool ok, const QString& error, int rows);
     Snapshot snapshot() const;
     // Safe on any thread: plain values in, files out.
     static bool write(const QString& folder, const Snapshot& snapshot, QString* error);
@@ -102,6 +103,7 @@ private:
     bool m_dirty = false;
     bool m_writing = false;
     bool m_failing = false;
+    quint64 m_writeSerial = 0; // of the latest write started
     double m_lastHandOverMs = 0.0;
     double m_lastWriteMs = 0.0;
 };

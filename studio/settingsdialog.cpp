@@ -46,21 +46,24 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     audioForm->addRow(QStringLiteral("Output device:"), m_outputDevice);
     audioForm->addRow(QStringLiteral("Volume at start:"), m_defaultVolume);
 
-    m_crossfadeEnabled = addCheck(Settings::crossfadeEnabled.key(), QStringLiteral("Crossfade and mix automatically"));
+    m_crossfadeEnabled =
+        addCheck(Settings::crossfadeEnabled.key(), QStringLiteral("Crossfade and mix automatically"));
     m_mixPointMs = addMs(Settings::mixPointMs.key(), kMaxMixPointMs);
     m_fadeInMs = addMs(Settings::fadeInMs.key(), kMaxFadeMs);
     m_fadeOutMs = addMs(Settings::fadeOutMs.key(), kMaxFadeMs);
-    m_triggerMixEnabled =
-        addCheck(Settings::triggerMixEnabled.key(), QStringLiteral("Start the next track when the level falls"));
+    m_triggerMixEnabled = addCheck(Settings::triggerMixEnabled.key(),
+                                   QStringLiteral("Start the next track when the level falls"));
     m_triggerMixDb = new QDoubleSpinBox(this);
     m_triggerMixDb->setObjectName(Settings::triggerMixDb.key());
     m_triggerMixDb->setRange(-100.0, 0.0);
     m_triggerMixDb->setDecimals(1);
     m_triggerMixDb->setSingleStep(0.5);
     m_triggerMixDb->setSuffix(QStringLiteral(" dB"));
-    m_fadeOutOnMix = addCheck(Settings::fadeOutOnMix.key(), QStringLiteral("Fade the outgoing track out at the mix point"));
+    m_fadeOutOnMix = addCheck(Settings::fadeOutOnMix.key(),
+                              QStringLiteral("Fade the outgoing track out at the mix point"));
     m_minCrossfadeMs = addMs(Settings::minCrossfadeMs.key(), kMaxMinCrossfadeMs);
-    m_autoPlayNext = addCheck(Settings::autoPlayNext.key(), QStringLiteral("Go on to the next row at the end of a track"));
+    m_autoPlayNext =
+        addCheck(Settings::autoPlayNext.key(), QStringLiteral("Go on to the next row at the end of a track"));
     auto* playback = new QGroupBox(QStringLiteral("Playback"), this);
     auto* playbackForm = new QFormLayout(playback);
     playbackForm->addRow(m_crossfadeEnabled);
@@ -79,9 +82,10 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     m_targetLufs->setDecimals(1);
     m_targetLufs->setSingleStep(0.5);
     m_targetLufs->setSuffix(QStringLiteral(" LUFS"));
-    m_normalizeLoudness =
-        addCheck(Settings::normalizeLoudness.key(), QStringLiteral("Play every track at the target loudness"));
-    m_useCuePoints = addCheck(Settings::useCuePoints.key(), QStringLiteral("Use the cue points found by the analysis"));
+    m_normalizeLoudness = addCheck(Settings::normalizeLoudness.key(),
+                                   QStringLiteral("Play every track at the target loudness"));
+    m_useCuePoints =
+        addCheck(Settings::useCuePoints.key(), QStringLiteral("Use the cue points found by the analysis"));
     auto* analysis = new QGroupBox(QStringLiteral("Loudness and cue points"), this);
     auto* analysisForm = new QFormLayout(analysis);
     analysisForm->addRow(QStringLiteral("Target loudness:"), m_targetLufs);
@@ -89,7 +93,8 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
     analysisForm->addRow(m_useCuePoints);
 
     m_voiceoversEnabled = addCheck(Settings::voiceoversEnabled.key(), QStringLiteral("Play voiceovers"));
-    m_startNextOnStop = addCheck(Settings::relayStartNextOnStop.key(), QStringLiteral("After a relay stops, start the next row"));
+    m_startNextOnStop = addCheck(Settings::relayStartNextOnStop.key(),
+                                 QStringLiteral("After a relay stops, start the next row"));
     auto* other = new QGroupBox(QStringLiteral("Voiceovers and relay"), this);
     auto* otherForm = new QFormLayout(other);
     otherForm->addRow(m_voiceoversEnabled);

@@ -40,6 +40,8 @@
 #include <QStatusBar>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 
 // More problem lines than this from one load go to the log as a count, not one by one.
@@ -237,8 +239,9 @@ void StudioWindow::start(const StudioCommandLine::Options& options)
     m_session->watch();
     if (!options.items.isEmpty())
         appendItems(options.items);
+    // Unattended start after a crash or a restart: on from the row where the list stood.
     if (options.play && m_playlist->rowCount() > 0)
-        m_engine->playRow(0);
+        m_engine->playRow(std::max(0, m_playlist->currentRow()));
 }
 
 void StudioWindow::restoreSession()
@@ -261,7 +264,8 @@ void StudioWindow::restoreSession()
     const int row = m_playlist->currentRow();
     if (row >= 0) {
         m_view->selectRow(row);
-        m_view->scrollTo(m_playlist->index(row, PlaylistModel::TitleColumn), QAbstractItemView::PositionAtCenter);
+        m_view->scrollTo(m_playlist->index(row, PlaylistModel::TitleColumn),
+                         QAbstractItemView::PositionAtCenter);
     }
 }
 
@@ -443,11 +447,6 @@ void StudioWindow::showSettings()
     // The dialog has the engine re-read its settings on OK; show them, keep the presenter's volume.
     connect(dialog, &QDialog::accepted, m_transport, &TransportBar::syncCrossfade);
     dialog->open();
-}
-
-QString StudioWindow::quitWhileOnAirText()
-{
-    return quitTitle;
 }
 
 bool StudioWindow::isOnAir() const

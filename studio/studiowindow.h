@@ -36,8 +36,8 @@ public:
     ~StudioWindow() override;
 
     // What main does after parsing the command line: brings back the last session's playlist (unless
-    // items are given, which replace it), loads the items and, with --play, starts. From then on the
-    // playlist is kept on disk as it changes.
+    // items are given, which replace it), loads the items and, with --play, starts at the row where a
+    // restored list stood (else the first). From then on the playlist is kept on disk as it changes.
     void start(const StudioCommandLine::Options& options);
 
     AudioEngine* engine() const { return m_engine; }
@@ -56,8 +56,7 @@ public:
     QAction* hourMarkersAction() const { return m_hourMarkers; }
     PlaylistSession* session() const { return m_session; }
 
-    // The text of the question asked before quitting while on air, and its box's object name.
-    static QString quitWhileOnAirText();
+    // The object name of the question asked before quitting while on air.
     static QString quitWhileOnAirName() { return QStringLiteral("quitWhileOnAir"); }
 
 public slots:

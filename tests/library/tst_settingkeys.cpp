@@ -13,10 +13,22 @@
 namespace {
 
 // A value of the key's type that differs from its default, to tell a written value from the default.
-bool otherThan(bool value) { return !value; }
-int otherThan(int value) { return value + 1234; }
-double otherThan(double value) { return value - 2.5; }
-QString otherThan(const QString& value) { return value + QStringLiteral("Studio B"); }
+bool otherThan(bool value)
+{
+    return !value;
+}
+int otherThan(int value)
+{
+    return value + 1234;
+}
+double otherThan(double value)
+{
+    return value - 2.5;
+}
+QString otherThan(const QString& value)
+{
+    return value + QStringLiteral("Studio B");
+}
 
 QStringList keyNames()
 {

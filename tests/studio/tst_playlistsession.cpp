@@ -8,6 +8,7 @@
 #include "playlistmodel.h"
 #include "playlistsession.h"
 #include "playlistview.h"
+#include "streamserver.h"
 #include "studiocommandline.h"
 #include "studiotestsupport.h"
 #include "studiowindow.h"
@@ -49,15 +50,18 @@ QMessageBox* quitQuestion()
     return nullptr;
 }
 
-// Clicks the question's button with the role given once it shows.
+// Clicks the question's button with the role given once it shows, after checking what it asks.
 std::shared_ptr<bool> answerQuitQuestion(QMessageBox::ButtonRole role)
 {
     return uitest::whenShown<QMessageBox>(quitQuestion, [role](QMessageBox* box) {
+        const QString title = box->windowTitle();
+        const QString text = box->text();
         for (QAbstractButton* button : box->buttons())
-            if (box->buttonRole(button) == role) {
+            if (box->buttonRole(button) == role)
                 button->click();
-                return;
-            }
+        // Checked after the answer, so a wrong text fails the test instead of leaving the box open.
+        QCOMPARE(title, QStringLiteral("Quit while on air?"));
+        QVERIFY(text.startsWith(QStringLiteral("The station is on air.")));
     });
 }
 
@@ -85,8 +89,9 @@ private slots:
         QVERIFY(dir.isValid());
         studiotest::useStudioLocations(dir.path(), "tst_playlistsession");
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        const QStringList names = {QStringLiteral("Artist A - Morning.wav"), QStringLiteral("Artist B - Noon.wav"),
-                                   QStringLiteral("Artist C - Evening.wav"), QStringLiteral("Artist D - Night.wav")};
+        const QStringList names = {
+            QStringLiteral("Artist A - Morning.wav"), QStringLiteral("Artist B - Noon.wav"),
+            QStringLiteral("Artist C - Evening.wav"), QStringLiteral("Artist D - Night.wav")};
         for (int i = 0; i < names.size(); ++i) {
             const QString path = makeTone(dir.path(), names.at(i), 440 + 110 * i, i == 0 ? 30.0 : 1.0);
             QVERIFY(!path.isEmpty());
@@ -170,14 +175,15 @@ private slots:
         environment.remove(QStringLiteral("ONDARO_DATABASE_URL"));
         const QString data = home.filePath(QStringLiteral("data/Ondaro/Ondaro"));
         const QString session = data + QStringLiteral("/session.m3u");
-        const QString todaysLog =
-            data + QStringLiteral("/logs/") + QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(".log");
+        const QString todaysLog = data + QStringLiteral("/logs/") +
+                                  QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(".log");
 
         QProcess first;
         first.setProcessEnvironment(environment);
         first.start(QStringLiteral(ONDARO_STUDIO_EXECUTABLE), tones.mid(1, 3));
         QVERIFY(first.waitForStarted(10000));
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(session) && PlaylistFile::read(session).tracks.size() == 3, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(session) && PlaylistFile::read(session).tracks.size() == 3,
+                                 20000);
         first.kill();
         QVERIFY(first.waitForFinished(10000));
         QCOMPARE(first.exitStatus(), QProcess::CrashExit);
@@ -215,9 +221,29 @@ private slots:
         QCOMPARE(window.playlist()->rowMixOverride(1), PlaylistModel::MixOverride(2500, -1));
     }
 
+    void playAtStartGoesOnFromTheRowWhereTheListStood()
+    {
+        const QList<Track> rows = {
+            uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1)),
+            uitest::fileTrack(QStringLiteral("Artist C"), QStringLiteral("Evening"), tones.at(2)),
+            uitest::fileTrack(QStringLiteral("Artist D"), QStringLiteral("Night"), tones.at(3))};
+        QVERIFY(PlaylistFile::write(sessionPlaylist(), rows));
+        QVERIFY(uitest::writeFile(
+            sessionPosition(),
+            "{\"rows\":3,\"currentRow\":1,\"queue\":[],\"played\":[0],\"mixOverrides\":[]}"));
+        StudioWindow window;
+        QSignalSpy started(window.engine(), &AudioEngine::trackStarted);
+        window.start(StudioCommandLine::parse({QStringLiteral("ondaro-studio"), QStringLiteral("--play")}));
+        QTRY_VERIFY_WITH_TIMEOUT(!started.isEmpty(), 10000);
+        QCOMPARE(started.first().at(0).toInt(), 1);
+        QCOMPARE(started.first().at(1).value<Track>().title, QStringLiteral("Evening"));
+        window.engine()->stop();
+    }
+
     void commandLineFilesReplaceTheRestoredList()
     {
-        const QList<Track> old = {uitest::fileTrack(QStringLiteral("Old"), QStringLiteral("List"), tones.at(3))};
+        const QList<Track> old = {
+            uitest::fileTrack(QStringLiteral("Old"), QStringLiteral("List"), tones.at(3))};
         QVERIFY(PlaylistFile::write(sessionPlaylist(), old));
 
         StudioWindow window;
@@ -248,11 +274,13 @@ private slots:
 
     void aPositionOfAnotherListBringsBackTheRowsOnly()
     {
-        const QList<Track> rows = {uitest::fileTrack(QStringLiteral("Artist A"), QStringLiteral("Morning"), tones.at(0)),
-                                   uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1))};
+        const QList<Track> rows = {
+            uitest::fileTrack(QStringLiteral("Artist A"), QStringLiteral("Morning"), tones.at(0)),
+            uitest::fileTrack(QStringLiteral("Artist B"), QStringLiteral("Noon"), tones.at(1))};
         QVERIFY(PlaylistFile::write(sessionPlaylist(), rows));
-        QVERIFY(uitest::writeFile(sessionPosition(),
-                                  "{\"rows\":7,\"currentRow\":5,\"queue\":[6],\"played\":[],\"mixOverrides\":[]}"));
+        QVERIFY(uitest::writeFile(
+            sessionPosition(),
+            "{\"rows\":7,\"currentRow\":5,\"queue\":[6],\"played\":[],\"mixOverrides\":[]}"));
         StudioWindow window;
         window.start(noItems());
         QCOMPARE(window.playlist()->rowCount(), 2);
@@ -268,12 +296,43 @@ private slots:
         QCOMPARE(second.playlist()->currentRow(), -1);
     }
 
+    void aFolderThatCannotBeWrittenIsReportedOnceAndAgainWhenItWorks()
+    {
+        // A file where the session's folder should be: nothing can be written under it.
+        const QString blocked = dir.filePath(QStringLiteral("blocked"));
+        QVERIFY(uitest::writeFile(blocked, "not a folder"));
+        PlaylistModel playlist;
+        PlaylistSession session(&playlist, blocked, nullptr);
+        session.setDelayMs(10);
+        QSignalSpy messages(&session, &PlaylistSession::message);
+        QSignalSpy saved(&session, &PlaylistSession::saved);
+        session.watch();
+        QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 1, 5000);
+        QVERIFY(messages.first().at(0).toString().startsWith(
+            QStringLiteral("The playlist could not be kept on disk: ")));
+        playlist.appendTrack(uitest::fileTrack(QStringLiteral("A"), QStringLiteral("B"), tones.at(1)));
+        playlist.appendTrack(uitest::fileTrack(QStringLiteral("C"), QStringLiteral("D"), tones.at(2)));
+        session.saveNow();
+        session.saveNow();
+        QCOMPARE(messages.count(), 1); // failed again twice, said once
+        QVERIFY(saved.isEmpty());
+
+        QVERIFY(QFile::remove(blocked));
+        playlist.enqueue(1);
+        QTRY_VERIFY_WITH_TIMEOUT(!saved.isEmpty(), 5000);
+        QCOMPARE(messages.count(), 2);
+        QCOMPARE(messages.last().at(0).toString(), QStringLiteral("The playlist is kept on disk again"));
+        QCOMPARE(PlaylistFile::read(blocked + QStringLiteral("/session.m3u")).tracks.size(), 2);
+        QDir(blocked).removeRecursively();
+    }
+
     void quittingWhileOnAirAsksAndCancelKeepsTheWindowOpen()
     {
         StudioWindow window;
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        window.start(StudioCommandLine::parse({QStringLiteral("ondaro-studio"), QStringLiteral("--play"), tones.at(0)}));
+        window.start(StudioCommandLine::parse(
+            {QStringLiteral("ondaro-studio"), QStringLiteral("--play"), tones.at(0)}));
         QTRY_VERIFY_WITH_TIMEOUT(window.engine()->isPlaying(), 10000);
 
         const auto cancelled = answerQuitQuestion(QMessageBox::RejectRole);
@@ -286,6 +345,30 @@ private slots:
         QVERIFY(window.close());
         QVERIFY(*quit);
         QVERIFY(!window.engine()->isPlaying());
+    }
+
+    void quittingWhileARelayIsOnAirAsksToo()
+    {
+        const QByteArray liveMp3 = makeTaggedStreamMp3(dir.path());
+        QVERIFY(liveMp3.size() > 10000);
+        StreamServer server(liveMp3, 16000);
+        QVERIFY(server.start());
+        StudioWindow window;
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        window.start(noItems());
+        window.engine()->startRelay(server.url());
+        QTRY_VERIFY_WITH_TIMEOUT(window.engine()->isRelayLive(), 15000);
+        QVERIFY(!window.engine()->isPlaying());
+
+        const auto cancelled = answerQuitQuestion(QMessageBox::RejectRole);
+        QVERIFY(!window.close());
+        QVERIFY(*cancelled);
+        QVERIFY(window.engine()->isRelaying());
+        const auto quit = answerQuitQuestion(QMessageBox::DestructiveRole);
+        QVERIFY(window.close());
+        QVERIFY(*quit);
+        QVERIFY(!window.engine()->isRelaying());
     }
 
     void closingWhileStoppedAsksNothing()
@@ -334,7 +417,8 @@ private slots:
         qInfo("10,000 rows: hand-over on the window's thread %.2f ms, write on the worker %.1f ms, longest "
               "pause of the window's event loop %.1f ms",
               window.session()->lastHandOverMs(), window.session()->lastWriteMs(), gapMs);
-        QVERIFY2(window.session()->lastHandOverMs() < 50.0, qPrintable(QString::number(window.session()->lastHandOverMs())));
+        QVERIFY2(window.session()->lastHandOverMs() < 50.0,
+                 qPrintable(QString::number(window.session()->lastHandOverMs())));
         QVERIFY2(gapMs < 100.0, qPrintable(QString::number(gapMs)));
 
         const PlaylistFile::ReadResult read = PlaylistFile::read(sessionPlaylist());
