@@ -13,9 +13,13 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QMediaDevices>
+#include <QSocketNotifier>
 #include <QTimer>
 
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +28,35 @@ void printLine(FILE* stream, const QString& text)
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz"));
     std::fprintf(stream, "%s  %s\n", qPrintable(stamp), qPrintable(text));
     std::fflush(stream);
+}
+
+// SIGTERM (a service manager) and SIGINT (Ctrl+C) end an unattended run like the end of the list,
+// so that the rows on air are closed in the as-run log. The handler only writes a byte to a socket
+// the event loop watches: nothing else is safe inside a signal handler.
+int g_signalSocket[2] = {-1, -1};
+
+void onStopSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(g_signalSocket[0], &byte, 1);
+}
+
+void stopOnSignals(QCoreApplication& app, const PlayoutRunner& runner)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_signalSocket) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(g_signalSocket[1], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [notifier, &runner] {
+        notifier->setEnabled(false);
+        printLine(stderr, QStringLiteral("Stopped by a signal"));
+        QCoreApplication::exit(runner.status());
+    });
+    struct sigaction action = {};
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
 }
 
 } // namespace
@@ -95,6 +128,7 @@ int main(int argc, char* argv[])
     const PlayoutRunner::ExitStatus loaded = runner.load(parser.positionalArguments());
     if (loaded != PlayoutRunner::Played)
         return loaded;
+    stopOnSignals(app, runner);
     QTimer::singleShot(0, &runner, &PlayoutRunner::start);
     const int status = app.exec();
     runner.finish();

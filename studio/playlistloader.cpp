@@ -17,8 +17,7 @@ const QString playlistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
 
 bool PlaylistLoader::isPlaylistPath(const QString& path)
 {
-    const QString suffix = QFileInfo(path).suffix().toLower();
-    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8");
+    return PlaylistFile::isPlaylistPath(path);
 }
 
 QString PlaylistLoader::missingFileText(const QString& path)

@@ -306,6 +306,37 @@ private slots:
         QVERIFY(asRunRows().isEmpty());
     }
 
+    void aStopSignalEndsTheRunAndClosesTheRowOnAir()
+    {
+        const QString longTone = makeTone(home.path(), QStringLiteral("Long - Tone.wav"), 330, 20.0);
+        QVERIFY(!longTone.isEmpty());
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), home.path());
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome());
+        env.insert(QStringLiteral("QT_MEDIA_BACKEND"), QStringLiteral("gstreamer"));
+        process.setProcessEnvironment(env);
+        QByteArray out;
+        connect(&process, &QProcess::readyReadStandardOutput, this, [&] { out += process.readAllStandardOutput(); });
+        QSignalSpy finished(&process, &QProcess::finished);
+        process.start(QStringLiteral(ONDARO_PLAYOUT_RUNNER), {longTone, toneA});
+        QVERIFY(process.waitForStarted(10000));
+        // On air once its as-run row is written.
+        QTRY_VERIFY_WITH_TIMEOUT(asRunRows().size() == 1, 30000);
+        QVERIFY(out.contains("Long - Tone"));
+        process.terminate(); // SIGTERM, as a service manager stops it
+        QVERIFY(finished.wait(30000));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardError().contains("Stopped by a signal"));
+        QVERIFY(!out.contains("Alpha - First"));
+        const QList<AsRunRow> rows = asRunRows();
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).filePath, longTone);
+        QCOMPARE(rows.at(0).endedBy, QStringLiteral("stop"));
+        QVERIFY2(rows.at(0).playedMs > 0 && rows.at(0).playedMs < 20000, qPrintable(QString::number(rows.at(0).playedMs)));
+    }
+
     void usageErrorsExitWithTwo()
     {
         QCOMPARE(run({QStringLiteral("--stream-limit"), QStringLiteral("0"), toneA}).exitCode, 2);
