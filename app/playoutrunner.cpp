@@ -4,9 +4,9 @@
 // Exit status: see PlayoutRunner::ExitStatus (0 stopped normally, 1 nothing could be played,
 // 2 usage error, 3 no audio output device, 4 a playlist could not be read).
 
+#include "playoutrunner.h"
 #include "applicationidentity.h"
 #include "musiclibrary.h"
-#include "playoutrunner.h"
 
 #include <QAudioDevice>
 #include <QCommandLineParser>
@@ -121,8 +121,10 @@ int main(int argc, char* argv[])
         printLine(stderr, QStringLiteral("Library database not available: track parameters are not applied"));
 
     PlayoutRunner runner(options);
-    QObject::connect(&runner, &PlayoutRunner::logLine, &app, [](const QString& text) { printLine(stdout, text); });
-    QObject::connect(&runner, &PlayoutRunner::problem, &app, [](const QString& text) { printLine(stderr, text); });
+    QObject::connect(&runner, &PlayoutRunner::logLine, &app,
+                     [](const QString& text) { printLine(stdout, text); });
+    QObject::connect(&runner, &PlayoutRunner::problem, &app,
+                     [](const QString& text) { printLine(stderr, text); });
     QObject::connect(&runner, &PlayoutRunner::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
 
     const PlayoutRunner::ExitStatus loaded = runner.load(parser.positionalArguments());

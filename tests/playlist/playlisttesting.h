@@ -3,8 +3,8 @@
 // Small helpers shared by the playlist test programs.
 
 #include "musiclibrary.h"
-#include "testlocations.h"
 #include "playlistmodel.h"
+#include "testlocations.h"
 #include "track.h"
 
 #include <QBrush>

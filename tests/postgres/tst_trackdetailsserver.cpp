@@ -46,14 +46,16 @@ private slots:
         // A server of this test's own: stopping it must not hold up the other tests' server.
         serverDir = QStringLiteral("/tmp/ondaro-td-%1").arg(QCoreApplication::applicationPid());
         QVERIFY(runTestServer(QStringLiteral("start"), serverDir, QStringLiteral("--fresh")));
-        qputenv("ONDARO_DATABASE_URL", (QStringLiteral("postgresql://ondaro@/ondaro?host=") + serverDir).toUtf8());
+        qputenv("ONDARO_DATABASE_URL",
+                (QStringLiteral("postgresql://ondaro@/ondaro?host=") + serverDir).toUtf8());
         QVERIFY(MusicLibrary::initialize());
         QVERIFY(LibraryConnection::isServer());
         serverPid = postmasterPid();
         QVERIFY(serverPid > 0);
         MusicLibrary library;
         library.setLibrary(QStringLiteral("Music"));
-        library.addTrack(makeTrack(QStringLiteral("Stored Artist"), QStringLiteral("Stored Title"), flac, 0, 4000));
+        library.addTrack(
+            makeTrack(QStringLiteral("Stored Artist"), QStringLiteral("Stored Title"), flac, 0, 4000));
     }
 
     void cleanupTestCase()

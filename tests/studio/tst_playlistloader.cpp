@@ -33,12 +33,12 @@ private slots:
         QVERIFY2(QFileInfo::exists(flac) && QFileInfo::exists(wav), "run the fixtures target first");
         MusicLibrary library;
         library.setLibrary(QStringLiteral("Music"));
-        library.addTrack(ondarotest::fileTrack(QStringLiteral("Stored Artist"), QStringLiteral("Stored Title"),
-                                               flac, 7000));
+        library.addTrack(ondarotest::fileTrack(QStringLiteral("Stored Artist"),
+                                               QStringLiteral("Stored Title"), flac, 7000));
         const QString gone = dir.filePath(QStringLiteral("Gone - Song.mp3"));
 
-        const PlaylistLoader::Result loaded =
-            PlaylistLoader::load({flac, QUrl::fromLocalFile(wav).toString(), gone, QStringLiteral("http://radio.example/")});
+        const PlaylistLoader::Result loaded = PlaylistLoader::load(
+            {flac, QUrl::fromLocalFile(wav).toString(), gone, QStringLiteral("http://radio.example/")});
         QCOMPARE(loaded.tracks.size(), 4);
         QCOMPARE(loaded.tracks.at(0).artist, QStringLiteral("Stored Artist"));
         QCOMPARE(loaded.tracks.at(0).durationMs, qint64(7000));

@@ -15,7 +15,8 @@ QString storeConnection()
 
 QString storeFile()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) + QStringLiteral("/library.db");
+    return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+           QStringLiteral("/library.db");
 }
 
 void closeStore()
