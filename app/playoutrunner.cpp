@@ -4,18 +4,22 @@
 // Exit status: see PlayoutRunner::ExitStatus (0 stopped normally, 1 nothing could be played,
 // 2 usage error, 3 no audio output device, 4 a playlist could not be read).
 
+#include "playoutrunner.h"
 #include "applicationidentity.h"
 #include "musiclibrary.h"
-#include "playoutrunner.h"
 
 #include <QAudioDevice>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QMediaDevices>
+#include <QSocketNotifier>
 #include <QTimer>
 
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +28,35 @@ void printLine(FILE* stream, const QString& text)
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz"));
     std::fprintf(stream, "%s  %s\n", qPrintable(stamp), qPrintable(text));
     std::fflush(stream);
+}
+
+// SIGTERM (a service manager) and SIGINT (Ctrl+C) end an unattended run like the end of the list,
+// so that the rows on air are closed in the as-run log. The handler only writes a byte to a socket
+// the event loop watches: nothing else is safe inside a signal handler.
+int g_signalSocket[2] = {-1, -1};
+
+void onStopSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(g_signalSocket[0], &byte, 1);
+}
+
+void stopOnSignals(QCoreApplication& app, const PlayoutRunner& runner)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_signalSocket) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(g_signalSocket[1], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [notifier, &runner] {
+        notifier->setEnabled(false);
+        printLine(stderr, QStringLiteral("Stopped by a signal"));
+        QCoreApplication::exit(runner.status());
+    });
+    struct sigaction action = {};
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
 }
 
 } // namespace
@@ -88,13 +121,16 @@ int main(int argc, char* argv[])
         printLine(stderr, QStringLiteral("Library database not available: track parameters are not applied"));
 
     PlayoutRunner runner(options);
-    QObject::connect(&runner, &PlayoutRunner::logLine, &app, [](const QString& text) { printLine(stdout, text); });
-    QObject::connect(&runner, &PlayoutRunner::problem, &app, [](const QString& text) { printLine(stderr, text); });
+    QObject::connect(&runner, &PlayoutRunner::logLine, &app,
+                     [](const QString& text) { printLine(stdout, text); });
+    QObject::connect(&runner, &PlayoutRunner::problem, &app,
+                     [](const QString& text) { printLine(stderr, text); });
     QObject::connect(&runner, &PlayoutRunner::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
 
     const PlayoutRunner::ExitStatus loaded = runner.load(parser.positionalArguments());
     if (loaded != PlayoutRunner::Played)
         return loaded;
+    stopOnSignals(app, runner);
     QTimer::singleShot(0, &runner, &PlayoutRunner::start);
     const int status = app.exec();
     runner.finish();

@@ -5,6 +5,9 @@ function(ondaro_add_test name)
     cmake_parse_arguments(T "" "LABEL;TIMEOUT;RESOURCE_LOCK" "SOURCES;LIBS;ENV" ${ARGN})
     add_executable(${name} ${T_SOURCES})
     target_link_libraries(${name} PRIVATE Qt6::Test ${T_LIBS})
+    if(TARGET ondaro_testsupport)
+        target_link_libraries(${name} PRIVATE ondaro_testsupport)
+    endif()
     target_compile_definitions(${name} PRIVATE
         ONDARO_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
         ONDARO_FIXTURE_DIR="${PROJECT_BINARY_DIR}/fixtures")

@@ -21,7 +21,8 @@ const QString extinfPrefix = QStringLiteral("#EXTINF:");
 // The text after "#EXTINF:<seconds>," for a track; line breaks would end the comment line early.
 QString entryTitle(const Track& track)
 {
-    QString text = track.title.isEmpty() ? QFileInfo(track.filePath).completeBaseName() : trackDisplayText(track);
+    QString text =
+        track.title.isEmpty() ? QFileInfo(track.filePath).completeBaseName() : trackDisplayText(track);
     text.replace(QLatin1Char('\r'), QLatin1Char(' '));
     text.replace(QLatin1Char('\n'), QLatin1Char(' '));
     return text;
@@ -163,7 +164,8 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
             continue;
         } else {
             track.filePath = resolvePath(line, baseFolder);
-            nameFrom(haveInfo && !infoTitle.isEmpty() ? infoTitle : QFileInfo(track.filePath).completeBaseName(),
+            nameFrom(haveInfo && !infoTitle.isEmpty() ? infoTitle
+                                                      : QFileInfo(track.filePath).completeBaseName(),
                      track);
             track.durationMs = haveInfo ? infoMs : 0;
             if (!haveInfo)

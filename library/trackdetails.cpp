@@ -31,8 +31,9 @@ QString byPathStatement(const QString& columns, int count)
     marks.reserve(count);
     for (int i = 0; i < count; ++i)
         marks << QStringLiteral("?");
-    return QStringLiteral("SELECT ") + columns + QStringLiteral(" FROM tracks WHERE is_stream=0 AND filepath IN (") +
-           marks.join(QLatin1Char(',')) + QStringLiteral(") ORDER BY id");
+    return QStringLiteral("SELECT ") + columns +
+           QStringLiteral(" FROM tracks WHERE is_stream=0 AND filepath IN (") + marks.join(QLatin1Char(',')) +
+           QStringLiteral(") ORDER BY id");
 }
 
 QHash<QString, Track> readRows(QSqlDatabase db, const QString& columns, const QStringList& paths)
@@ -103,7 +104,8 @@ QHash<QString, Track> TrackDetails::fromLibrary(const QStringList& paths, int se
     if (paths.isEmpty())
         return {};
     if (LibraryConnection::isServer())
-        return LibraryConnection::problem().isEmpty() ? readFromServer(paths, serverWaitMs) : QHash<QString, Track>();
+        return LibraryConnection::problem().isEmpty() ? readFromServer(paths, serverWaitMs)
+                                                      : QHash<QString, Track>();
     // The embedded database is a local file: it answers.
     const QSqlDatabase db = MusicLibrary::database();
     if (!db.isOpen())
@@ -115,7 +117,8 @@ void TrackDetails::fill(QList<Track>& tracks, const QList<int>& rows, int server
 {
     QStringList paths;
     for (int row : rows) {
-        if (row >= 0 && row < tracks.size() && isFileRow(tracks.at(row)) && QFileInfo(tracks.at(row).filePath).isFile())
+        if (row >= 0 && row < tracks.size() && isFileRow(tracks.at(row)) &&
+            QFileInfo(tracks.at(row).filePath).isFile())
             paths << tracks.at(row).filePath;
     }
     paths.removeDuplicates();

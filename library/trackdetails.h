@@ -23,5 +23,6 @@ public:
 
     // The library's rows of these files, by path: only files the library holds. Empty when the
     // store is not open or a shared server did not answer within serverWaitMs.
-    static QHash<QString, Track> fromLibrary(const QStringList& paths, int serverWaitMs = defaultServerWaitMs);
+    static QHash<QString, Track> fromLibrary(const QStringList& paths,
+                                             int serverWaitMs = defaultServerWaitMs);
 };

@@ -33,7 +33,8 @@ bool isMissingFile(const Track& track)
 } // namespace
 
 PlayoutRunner::PlayoutRunner(const Options& options, QObject* parent)
-    : QObject(parent), m_options(options), m_playlist(new PlaylistModel(this)), m_engine(new AudioEngine(this))
+    : QObject(parent), m_options(options), m_playlist(new PlaylistModel(this)),
+      m_engine(new AudioEngine(this))
 {
     m_engine->setPlaylist(m_playlist);
     connect(m_engine, &AudioEngine::logMessage, this, &PlayoutRunner::onEngineLog);
@@ -65,7 +66,7 @@ PlayoutRunner::PlayoutRunner(const Options& options, QObject* parent)
 PlayoutRunner::CommandAction PlayoutRunner::commandAction(const QString& word)
 {
     return word.trimmed().compare(QLatin1String("stop"), Qt::CaseInsensitive) == 0 ? CommandAction::Halt
-                                                                                    : CommandAction::StepOver;
+                                                                                   : CommandAction::StepOver;
 }
 
 int PlayoutRunner::firstRowToPlay(const QList<Track>& rows)
@@ -109,8 +110,9 @@ PlayoutRunner::ExitStatus PlayoutRunner::load(const QStringList& items)
                 emit problem(kNotPlayable.arg(skipped));
             rows << read.tracks;
         } else {
-            const QString path =
-                item.startsWith(QLatin1String("file:"), Qt::CaseInsensitive) ? QUrl(item).toLocalFile() : item;
+            const QString path = item.startsWith(QLatin1String("file:"), Qt::CaseInsensitive)
+                                     ? QUrl(item).toLocalFile()
+                                     : item;
             withoutInfo << int(rows.size());
             rows << trackFromFileName(QFileInfo(path).absoluteFilePath());
         }

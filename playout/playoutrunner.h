@@ -25,7 +25,7 @@ public:
         Played = 0,        // playback stopped normally: at the end of the list or at a STOP row
         NothingPlayed = 1, // nothing could be played
         UsageError = 2,
-        NoDevice = 3,       // no audio output device
+        NoDevice = 3,        // no audio output device
         PlaylistUnusable = 4 // a playlist could not be read or is malformed; nothing was played
     };
 
@@ -54,8 +54,8 @@ public:
     // The first row to start a run at: not a missing file. -1 when there is none.
     static int firstRowToPlay(const QList<Track>& rows);
 
-    static QString missingFileText(const QString& path);   // "Skipping missing file: <path>"
-    static QString steppedOverText(const QString& word);   // "Command row stepped over: <WORD>"
+    static QString missingFileText(const QString& path); // "Skipping missing file: <path>"
+    static QString steppedOverText(const QString& word); // "Command row stepped over: <WORD>"
     static QString nothingToPlayText();
 
 signals:

@@ -3,6 +3,8 @@
 #include "musiclibrary.h"
 #include "playlistfile.h"
 #include "playlistmodel.h"
+#include "trackdetails.h"
+#include "tracktext.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -13,12 +15,19 @@ namespace {
 const QString notPlayable = QStringLiteral("Not a file or stream, ignored: %1");
 const QString playlistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
 
+// The absolute path a file entry names ("file:" URLs included).
+QString localPath(const QString& entry)
+{
+    const QString path =
+        entry.startsWith(QLatin1String("file:"), Qt::CaseInsensitive) ? QUrl(entry).toLocalFile() : entry;
+    return QFileInfo(path).absoluteFilePath();
+}
+
 } // namespace
 
 bool PlaylistLoader::isPlaylistPath(const QString& path)
 {
-    const QString suffix = QFileInfo(path).suffix().toLower();
-    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8");
+    return PlaylistFile::isPlaylistPath(path);
 }
 
 QString PlaylistLoader::missingFileText(const QString& path)
@@ -30,10 +39,7 @@ Track PlaylistLoader::trackFor(const QString& entry)
 {
     if (isStreamUrl(entry))
         return trackFromStreamUrl(entry);
-    QString path = entry;
-    if (entry.startsWith(QLatin1String("file:"), Qt::CaseInsensitive))
-        path = QUrl(entry).toLocalFile();
-    path = QFileInfo(path).absoluteFilePath();
+    const QString path = localPath(entry);
     if (!QFileInfo(path).isFile())
         return trackFromDroppedFile(path);
     return MusicLibrary::trackFromFile(path);
@@ -51,6 +57,7 @@ Track PlaylistLoader::withTags(const Track& bare)
 PlaylistLoader::Result PlaylistLoader::load(const QStringList& entries)
 {
     Result result;
+    QList<int> namedFiles; // file entries: named from the library or their tags below, in one pass
     for (const QString& raw : entries) {
         const QString entry = raw.trimmed();
         if (entry.isEmpty())
@@ -81,10 +88,12 @@ PlaylistLoader::Result PlaylistLoader::load(const QStringList& entries)
                 result.problems << notPlayable.arg(skipped);
             continue;
         }
-        const Track track = trackFor(entry);
+        const Track track = trackFromFileName(localPath(entry));
         if (!QFileInfo(track.filePath).isFile())
             result.problems << missingFileText(track.filePath);
+        namedFiles << int(result.tracks.size());
         result.tracks << track;
     }
+    TrackDetails::fill(result.tracks, namedFiles);
     return result;
 }

@@ -24,6 +24,7 @@ public:
     // A stream row for a stream URL, a row with the file's tags for a local file (a missing file
     // gets its name as title and is still returned).
     static Track trackFor(const QString& entry);
+    // Files are named from the library when they are in it, else from their tags (TrackDetails).
     static Result load(const QStringList& entries);
     // Fills in the tags and length of file rows that arrived bare (dropped from the desktop).
     static Track withTags(const Track& bare);

@@ -8,6 +8,7 @@
 
 #include "databaseurl.h"
 #include "musiclibrary.h"
+#include "teststore.h"
 #include "track.h"
 
 #include <QCoreApplication>
@@ -102,19 +103,12 @@ inline QString databaseFile()
 
 inline void closeStore()
 {
-    if (!QSqlDatabase::contains(kConnection))
-        return;
-    {
-        QSqlDatabase db = QSqlDatabase::database(kConnection, false);
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(kConnection);
+    ondarotest::closeStore();
 }
 
 inline void removeStoreFiles()
 {
-    for (const char* suffix : {"", "-wal", "-shm", "-journal"})
-        QFile::remove(databaseFile() + QLatin1String(suffix));
+    ondarotest::removeDatabaseFiles(databaseFile());
 }
 
 // Closes the shared connection and deletes the database; the next database() call starts afresh.

@@ -1,6 +1,7 @@
 // Extended M3U playlists: what is written, what is read back, and what a broken file gives.
 
 #include "playlistfile.h"
+#include "testtracks.h"
 #include "track.h"
 
 #include <QDir>
@@ -10,32 +11,11 @@
 
 namespace {
 
-Track fileTrack(const QString& artist, const QString& title, const QString& path, qint64 ms)
-{
-    Track t;
-    t.artist = artist;
-    t.title = title;
-    t.filePath = path;
-    t.durationMs = ms;
-    return t;
-}
-
-Track commandTrack(const QString& word)
-{
-    Track t;
-    t.isCommand = true;
-    t.command = word;
-    return t;
-}
+using ondarotest::fileTrack;
 
 Track streamTrack(const QString& url)
 {
-    Track t;
-    t.artist = QStringLiteral("Online stream");
-    t.title = url;
-    t.filePath = url;
-    t.isStream = true;
-    return t;
+    return trackFromStreamUrl(url);
 }
 
 void touch(const QString& path)

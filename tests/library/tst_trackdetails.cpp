@@ -54,7 +54,8 @@ private slots:
         QVERIFY(freshStore());
         MusicLibrary library;
         library.setLibrary(QStringLiteral("Music"));
-        Track stored = makeTrack(QStringLiteral("Stored Artist"), QStringLiteral("Stored Title"), flac, 1999, 12345);
+        Track stored =
+            makeTrack(QStringLiteral("Stored Artist"), QStringLiteral("Stored Title"), flac, 1999, 12345);
         stored.category = QStringLiteral("Jingle");
         library.addTrack(stored);
     }
@@ -96,9 +97,10 @@ private slots:
 
     void anExtinfLineKeepsItsOwnNamesAndLength()
     {
-        const QString list = writeList(("#EXTM3U\n#EXTINF:5,Given - Name\n" + flac + "\n#ONDARO-COMMAND:stop\n" +
-                                        "http://radio.example/live\n" + wav + '\n')
-                                           .toUtf8());
+        const QString list =
+            writeList(("#EXTM3U\n#EXTINF:5,Given - Name\n" + flac + "\n#ONDARO-COMMAND:stop\n" +
+                       "http://radio.example/live\n" + wav + '\n')
+                          .toUtf8());
         const PlaylistFile::ReadResult read = PlaylistFile::read(list);
         QVERIFY(read.ok);
         QCOMPARE(read.rowsWithoutInfo, QList<int>{3});
@@ -115,7 +117,8 @@ private slots:
         QList<Track> rows{trackFromFileName(flac)};
         TrackDetails::fill(rows, {0});
         QCOMPARE(rows.at(0).artist, QStringLiteral("Stored Artist"));
-        QVERIFY2(qAbs(rows.at(0).durationMs - 2500) < 100, qPrintable(QString::number(rows.at(0).durationMs)));
+        QVERIFY2(qAbs(rows.at(0).durationMs - 2500) < 100,
+                 qPrintable(QString::number(rows.at(0).durationMs)));
     }
 
     void withoutAnOpenStoreTheFilesTagsAreUsed()

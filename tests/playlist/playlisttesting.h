@@ -4,6 +4,7 @@
 
 #include "musiclibrary.h"
 #include "playlistmodel.h"
+#include "testlocations.h"
 #include "track.h"
 
 #include <QBrush>
@@ -29,11 +30,8 @@ namespace playlisttesting {
 // colours is a throw-away database and never a real user's. Call before anything opens the store.
 inline void useTemporaryHome(const QTemporaryDir& home, const QString& applicationName)
 {
-    qputenv("HOME", home.path().toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home.path() + QStringLiteral("/config")).toUtf8());
-    QStandardPaths::setTestModeEnabled(true);
-    QCoreApplication::setOrganizationName(QStringLiteral("OndaroTests"));
-    QCoreApplication::setApplicationName(applicationName);
+    ondarotest::useTemporaryHome(home.path());
+    ondarotest::useTestLocations(QStringLiteral("OndaroTests"), applicationName);
 }
 
 // Opens the store inside a fresh temporary home (see useTemporaryHome); returns what went wrong, or an
@@ -64,10 +62,7 @@ inline Track makeTrack(const QString& artist, const QString& title, qint64 durat
 
 inline Track makeCommand(const QString& word)
 {
-    Track track;
-    track.isCommand = true;
-    track.command = word;
-    return track;
+    return commandTrack(word);
 }
 
 // A playlist of n rows titled "T0".."Tn-1", each 60 s long.

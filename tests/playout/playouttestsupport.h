@@ -3,6 +3,9 @@
 // Shared pieces of the playback tests: generated sine-tone files, a recorder of the null sink's
 // monitor, and a per-window tone detector, so a recording shows which track was audible when.
 
+#include "testlocations.h"
+#include "testmedia.h"
+
 #include <QAudioDevice>
 #include <QByteArray>
 #include <QCoreApplication>
@@ -47,34 +50,12 @@ inline void removeLibraryStore()
 }
 
 // Settings go to a private folder; every key is cleared so each test starts from the defaults.
-inline void useTemporarySettings(const QString& dir, const QString& application)
-{
-    QStandardPaths::setTestModeEnabled(true);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir);
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
-    QCoreApplication::setApplicationName(application);
-    QSettings().clear();
-}
-
-inline void setSetting(const QString& key, const QVariant& value)
-{
-    QSettings settings;
-    settings.setValue(key, value);
-    settings.sync();
-}
+using ondarotest::setSetting;
+using ondarotest::useTemporarySettings;
 
 inline bool runTool(const QString& program, const QStringList& arguments)
 {
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForFinished(60000))
-        return false;
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        qWarning("%s failed: %s", qPrintable(program), process.readAllStandardError().constData());
-        return false;
-    }
-    return true;
+    return ondarotest::runTool(program, arguments);
 }
 
 // A stereo 44.1 kHz WAV file of one sine tone; amplitude is linear 0..1.

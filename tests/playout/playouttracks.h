@@ -3,6 +3,7 @@
 // Playlist rows for the engine tests, and the engine's log as a list of lines.
 
 #include "audioengine.h"
+#include "testtracks.h"
 #include "playlistmodel.h"
 #include "track.h"
 
@@ -15,14 +16,7 @@
 
 namespace playouttest {
 
-inline Track fileTrack(const QString& artist, const QString& title, const QString& path)
-{
-    Track t;
-    t.artist = artist;
-    t.title = title;
-    t.filePath = path;
-    return t;
-}
+using ondarotest::fileTrack;
 
 using ::commandTrack;
 

@@ -40,8 +40,8 @@ class TestPlayoutRunnerList : public QObject
 
 private:
     QTemporaryDir home;
-    QString toneA; // "Alpha - First", 1.0 s, not in the library, no tags
-    QString toneB; // "Beta - Second", 1.0 s
+    QString toneA;       // "Alpha - First", 1.0 s, not in the library, no tags
+    QString toneB;       // "Beta - Second", 1.0 s
     QString libraryTone; // in the library as "Library Artist - Library Title"
     QString taggedTone;  // tags "Wav Artist" / "Wav Title", not in the library
 
@@ -104,7 +104,8 @@ private:
     {
         QList<AsRunRow> rows;
         QSqlQuery query(MusicLibrary::database());
-        if (!query.exec(QStringLiteral("SELECT artist, title, filepath, played_ms, ended_by FROM as_run ORDER BY id")))
+        if (!query.exec(QStringLiteral(
+                "SELECT artist, title, filepath, played_ms, ended_by FROM as_run ORDER BY id")))
             return rows;
         while (query.next())
             rows.append({query.value(0).toString(), query.value(1).toString(), query.value(2).toString(),
@@ -161,7 +162,8 @@ private slots:
         QCOMPARE(PlayoutRunner::commandAction(QStringLiteral("stop")), PlayoutRunner::CommandAction::Halt);
         QCOMPARE(PlayoutRunner::commandAction(QStringLiteral(" STOP ")), PlayoutRunner::CommandAction::Halt);
         for (const char* word : {"pause", "jingle", "", "stopp", "next"})
-            QCOMPARE(PlayoutRunner::commandAction(QString::fromLatin1(word)), PlayoutRunner::CommandAction::StepOver);
+            QCOMPARE(PlayoutRunner::commandAction(QString::fromLatin1(word)),
+                     PlayoutRunner::CommandAction::StepOver);
     }
 
     void aRunStartsAtTheFirstRowThatIsNotAMissingFile()
@@ -172,7 +174,9 @@ private slots:
         QCOMPARE(PlayoutRunner::firstRowToPlay({gone, gone}), -1);
         QCOMPARE(PlayoutRunner::firstRowToPlay({gone, here, gone}), 1);
         QCOMPARE(PlayoutRunner::firstRowToPlay({gone, commandTrack(QStringLiteral("stop")), here}), 1);
-        QCOMPARE(PlayoutRunner::firstRowToPlay({trackFromStreamUrl(QStringLiteral("http://x.example/")), here}), 0);
+        QCOMPARE(
+            PlayoutRunner::firstRowToPlay({trackFromStreamUrl(QStringLiteral("http://x.example/")), here}),
+            0);
     }
 
     void aStopRowEndsTheRunWithZeroAndTheRowsAfterItNeverStart()
@@ -181,8 +185,8 @@ private slots:
                                        "#EXTM3U\n" + entry(toneA) + command("stop") + entry(toneB));
         const Result r = run({list});
         QCOMPARE(r.exitCode, 0);
-        const QStringList expected{QStringLiteral("Alpha - First"), QStringLiteral("End of track: Alpha - First"),
-                                   PlayoutLog::stopCommand};
+        const QStringList expected{QStringLiteral("Alpha - First"),
+                                   QStringLiteral("End of track: Alpha - First"), PlayoutLog::stopCommand};
         QCOMPARE(r.out, expected);
         const QList<AsRunRow> rows = asRunRows();
         QCOMPARE(rows.size(), 1);
@@ -192,9 +196,9 @@ private slots:
 
     void otherCommandRowsAreLoggedAndSteppedOverAlsoAtTheEnd()
     {
-        const QString list = writeList(QStringLiteral("commands.m3u"), "#EXTM3U\n" + entry(toneA) + command("jingle") +
-                                                                           command("pause") + entry(toneB) +
-                                                                           command("news"));
+        const QString list =
+            writeList(QStringLiteral("commands.m3u"), "#EXTM3U\n" + entry(toneA) + command("jingle") +
+                                                          command("pause") + entry(toneB) + command("news"));
         const Result r = run({list});
         QCOMPARE(r.exitCode, 0);
         const QStringList expected{QStringLiteral("Alpha - First"),
@@ -215,8 +219,8 @@ private slots:
     void aMissingFileIsSkippedWithTheStudiosText()
     {
         const QString gone = home.filePath(QStringLiteral("Gone - Away.wav"));
-        const QString list = writeList(QStringLiteral("missing.m3u"),
-                                       "#EXTM3U\n" + entry(toneA) + entry(gone) + entry(toneB));
+        const QString list =
+            writeList(QStringLiteral("missing.m3u"), "#EXTM3U\n" + entry(toneA) + entry(gone) + entry(toneB));
         const Result r = run({list});
         QCOMPARE(r.exitCode, 0);
         QVERIFY2(r.err.contains(PlayoutRunner::missingFileText(gone)), qPrintable(r.err));
@@ -230,8 +234,9 @@ private slots:
 
     void onlyMissingFilesIsNothingToPlay()
     {
-        const QString list = writeList(QStringLiteral("allgone.m3u"),
-                                       "#EXTM3U\n" + entry(home.filePath(QStringLiteral("a.wav"))) + command("stop"));
+        const QString list =
+            writeList(QStringLiteral("allgone.m3u"),
+                      "#EXTM3U\n" + entry(home.filePath(QStringLiteral("a.wav"))) + command("stop"));
         const Result r = run({list});
         QCOMPARE(r.exitCode, 1);
         QVERIFY2(r.err.contains(PlayoutRunner::nothingToPlayText()), qPrintable(r.err));
@@ -244,13 +249,14 @@ private slots:
         server.setSilent(true);
         QVERIFY(server.start());
         setRunnerSetting(QStringLiteral("playback/silentStreamLimitMs"), 2000);
-        const QString list = writeList(QStringLiteral("stream.m3u"),
-                                       "#EXTM3U\n#EXTINF:-1,Dead Air FM - Live\n" + server.url().toUtf8() + "\n" +
-                                           entry(toneB));
+        const QString list =
+            writeList(QStringLiteral("stream.m3u"), "#EXTM3U\n#EXTINF:-1,Dead Air FM - Live\n" +
+                                                        server.url().toUtf8() + "\n" + entry(toneB));
         const Result r = run({list});
         setRunnerSetting(QStringLiteral("playback/silentStreamLimitMs"), QVariant());
         QCOMPARE(r.exitCode, 0);
-        QVERIFY2(r.out.contains(SilentRowGuard::streamSkippedText(server.url(), 2)), qPrintable(r.out.join('\n')));
+        QVERIFY2(r.out.contains(SilentRowGuard::streamSkippedText(server.url(), 2)),
+                 qPrintable(r.out.join('\n')));
         QVERIFY(r.out.contains(QStringLiteral("End of track: Beta - Second")));
         const QList<AsRunRow> rows = asRunRows();
         QCOMPARE(rows.size(), 1); // the stream never sounded
@@ -262,7 +268,8 @@ private slots:
         const QString list = writeList(QStringLiteral("plain.m3u"), entry(libraryTone) + entry(taggedTone));
         const Result r = run({list});
         QCOMPARE(r.exitCode, 0);
-        QVERIFY2(r.out.contains(QStringLiteral("Library Artist - Library Title")), qPrintable(r.out.join('\n')));
+        QVERIFY2(r.out.contains(QStringLiteral("Library Artist - Library Title")),
+                 qPrintable(r.out.join('\n')));
         QVERIFY(r.out.contains(QStringLiteral("Wav Artist - Wav Title")));
         const QList<AsRunRow> rows = asRunRows();
         QCOMPARE(rows.size(), 2);
@@ -289,7 +296,8 @@ private slots:
 
     void aMalformedPlaylistPlaysNothingAndExitsWithFour()
     {
-        const QString broken = writeList(QStringLiteral("broken.m3u"), "#EXTM3U\n#EXTINF:abc,A - B\n" + entry(toneA));
+        const QString broken =
+            writeList(QStringLiteral("broken.m3u"), "#EXTM3U\n#EXTINF:abc,A - B\n" + entry(toneA));
         Result r = run({broken, toneB});
         QCOMPARE(r.exitCode, 4);
         QVERIFY2(r.err.contains(QStringLiteral("Playlist not loaded: ")), qPrintable(r.err));
@@ -304,6 +312,39 @@ private slots:
         QCOMPARE(r.exitCode, 4);
         QVERIFY(r.err.contains(QStringLiteral("Cannot read")));
         QVERIFY(asRunRows().isEmpty());
+    }
+
+    void aStopSignalEndsTheRunAndClosesTheRowOnAir()
+    {
+        const QString longTone = makeTone(home.path(), QStringLiteral("Long - Tone.wav"), 330, 20.0);
+        QVERIFY(!longTone.isEmpty());
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), home.path());
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome());
+        env.insert(QStringLiteral("QT_MEDIA_BACKEND"), QStringLiteral("gstreamer"));
+        process.setProcessEnvironment(env);
+        QByteArray out;
+        connect(&process, &QProcess::readyReadStandardOutput, this,
+                [&] { out += process.readAllStandardOutput(); });
+        QSignalSpy finished(&process, &QProcess::finished);
+        process.start(QStringLiteral(ONDARO_PLAYOUT_RUNNER), {longTone, toneA});
+        QVERIFY(process.waitForStarted(10000));
+        // On air once its as-run row is written.
+        QTRY_VERIFY_WITH_TIMEOUT(asRunRows().size() == 1, 30000);
+        QVERIFY(out.contains("Long - Tone"));
+        process.terminate(); // SIGTERM, as a service manager stops it
+        QVERIFY(finished.wait(30000));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardError().contains("Stopped by a signal"));
+        QVERIFY(!out.contains("Alpha - First"));
+        const QList<AsRunRow> rows = asRunRows();
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).filePath, longTone);
+        QCOMPARE(rows.at(0).endedBy, QStringLiteral("stop"));
+        QVERIFY2(rows.at(0).playedMs > 0 && rows.at(0).playedMs < 20000,
+                 qPrintable(QString::number(rows.at(0).playedMs)));
     }
 
     void usageErrorsExitWithTwo()

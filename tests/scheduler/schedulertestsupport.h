@@ -5,6 +5,10 @@
 // a generated library of real files.
 
 #include "musiclibrary.h"
+#include "testlocations.h"
+#include "testmedia.h"
+#include "teststore.h"
+#include "testtracks.h"
 #include "track.h"
 #include "trackparams.h"
 
@@ -25,8 +29,7 @@ namespace schedtest {
 // the store's database is dir/config/Ondaro/Ondaro/library.db and never a real user's.
 inline void useConfigFolder(const QString& dir)
 {
-    qputenv("HOME", QFile::encodeName(dir));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(dir + QStringLiteral("/config")));
+    ondarotest::useTemporaryHome(dir);
     QCoreApplication::setOrganizationName(QStringLiteral("Ondaro"));
     QCoreApplication::setApplicationName(QStringLiteral("Ondaro"));
 }
@@ -40,35 +43,20 @@ inline QString databaseFile()
 // Drops the shared connection and its files and sets the store up again on an empty database.
 inline bool freshStore()
 {
-    if (QSqlDatabase::contains(QStringLiteral("od_library")))
-        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
-    QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
-    for (const char* suffix : {"", "-wal", "-shm", "-journal"})
-        QFile::remove(databaseFile() + QLatin1String(suffix));
-    return MusicLibrary::initialize();
+    return ondarotest::freshStore();
 }
 
 // A short sine tone made with sox; returns whether the file exists afterwards.
 inline bool makeTone(const QString& path, double seconds = 0.2)
 {
-    QProcess sox;
-    sox.start(QStringLiteral("sox"),
-              {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("8000"), QStringLiteral("-c"),
-               QStringLiteral("1"), path, QStringLiteral("synth"), QString::number(seconds),
-               QStringLiteral("sine"), QStringLiteral("440")});
-    sox.waitForFinished(60000);
-    return QFile::exists(path);
+    return ondarotest::makeSmallTone(path, seconds);
 }
 
 inline Track fileTrack(const QString& artist, const QString& title, const QString& path,
                        const QString& category, qint64 ms)
 {
-    Track t;
-    t.artist = artist;
-    t.title = title;
-    t.filePath = path;
-    t.category = category;
-    t.durationMs = ms;
+    Track t = ondarotest::fileTrack(artist, title, path, ms);
+    t.category = category; // as given, also when empty
     return t;
 }
 

@@ -4,6 +4,10 @@
 // way to answer the window's modal dialogs from inside the test.
 
 #include "musiclibrary.h"
+#include "testlocations.h"
+#include "testmedia.h"
+#include "teststore.h"
+#include "testtracks.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
@@ -25,9 +29,8 @@ namespace uitest {
 // that the database lives in a location nobody else uses.
 inline void useTestLocations(const char* testName)
 {
-    QStandardPaths::setTestModeEnabled(true);
-    QCoreApplication::setOrganizationName(QStringLiteral("OndaroTest"));
-    QCoreApplication::setApplicationName(
+    ondarotest::useTestLocations(
+        QStringLiteral("OndaroTest"),
         QStringLiteral("%1-%2").arg(QLatin1String(testName)).arg(QCoreApplication::applicationPid()));
 }
 
@@ -39,53 +42,28 @@ inline QString configFolder()
 // Drops the shared connection and its file and brings the store up again on an empty database.
 inline void freshDatabase()
 {
-    if (QSqlDatabase::contains(QStringLiteral("od_library")))
-        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
-    QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
-    const QString folder = configFolder();
-    for (const char* suffix : {"", "-wal", "-shm"})
-        QFile::remove(folder + QStringLiteral("/library.db") + QLatin1String(suffix));
-    MusicLibrary::initialize();
+    ondarotest::freshStore();
 }
 
 inline void removeTestLocations()
 {
-    if (QSqlDatabase::contains(QStringLiteral("od_library")))
-        QSqlDatabase::database(QStringLiteral("od_library"), false).close();
-    QSqlDatabase::removeDatabase(QStringLiteral("od_library"));
+    ondarotest::closeStore();
     QDir(configFolder()).removeRecursively();
 }
 
 // A short sine tone made with sox; returns whether the file exists afterwards.
 inline bool makeTone(const QString& path, double seconds = 0.2)
 {
-    QProcess sox;
-    sox.start(QStringLiteral("sox"),
-              {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("8000"), QStringLiteral("-c"),
-               QStringLiteral("1"), path, QStringLiteral("synth"), QString::number(seconds),
-               QStringLiteral("sine"), QStringLiteral("440")});
-    sox.waitForFinished(60000);
-    return QFile::exists(path);
+    return ondarotest::makeSmallTone(path, seconds);
 }
 
 // A file entry as the store keeps it, with a length unless one is given as 0.
 inline Track fileTrack(const QString& artist, const QString& title, const QString& path, qint64 ms = 180000)
 {
-    Track t;
-    t.artist = artist;
-    t.title = title;
-    t.filePath = path;
-    t.durationMs = ms;
-    return t;
+    return ondarotest::fileTrack(artist, title, path, ms);
 }
 
-inline bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    return file.write(bytes) == bytes.size();
-}
+using ondarotest::writeFile;
 
 // Parent of every pending watcher below, so that a test case that ends early (a failed check) can
 // drop the watchers that still refer to its locals.

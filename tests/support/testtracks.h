@@ -1,0 +1,16 @@
+#pragma once
+
+#include "track.h"
+#include "tracktext.h" // commandTrack, trackFromStreamUrl, trackFromFileName
+
+#include <QString>
+
+// Playlist and library rows for tests. Command and stream rows come from library/tracktext.h, as in
+// the programs.
+namespace ondarotest {
+
+// A file row with the given names; durationMs 0 is "unknown".
+Track fileTrack(const QString& artist, const QString& title, const QString& path, qint64 durationMs = 0,
+                const QString& category = QString());
+
+} // namespace ondarotest
