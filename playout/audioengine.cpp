@@ -715,8 +715,8 @@ void AudioEngine::onTrackEnd(int index)
         if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
             // The end of what the deck played before this row was taken (Next pressed as a track
             // ended): the row just started goes on, and nothing moves on a second time.
-            qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken()
-                                 << "ms after taking row" << currentRow() << "ignored as stale";
+            qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken() << "ms after taking row"
+                                 << currentRow() << "ignored as stale";
             if (!m_decks[index]->isPlaying())
                 m_decks[index]->player()->play();
             return;

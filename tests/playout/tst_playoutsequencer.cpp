@@ -67,7 +67,10 @@ private:
         return path;
     }
 
-    QString missing(const QString& name) { return QDir(dir.path()).filePath(name + QStringLiteral("-gone.wav")); }
+    QString missing(const QString& name)
+    {
+        return QDir(dir.path()).filePath(name + QStringLiteral("-gone.wav"));
+    }
 
     static Track file(const QString& title, const QString& path)
     {
@@ -110,8 +113,8 @@ private slots:
     void aQueuedRowPlaysBeforeTheFollowingOne()
     {
         PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two")),
-                               file("Three", existing("three"))});
+        playlist.appendTracks(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
         FakeDecks decks;
         PlayoutSequencer sequencer(&decks);
         attach(sequencer, playlist);
@@ -246,14 +249,16 @@ private slots:
     void aListOfMissingFilesStopsAndSaysNothingIsPlayable()
     {
         PlaylistModel playlist;
-        playlist.appendTracks({file("Gone", missing("a")), command("jingle"), file("Gone too", missing("b"))});
+        playlist.appendTracks(
+            {file("Gone", missing("a")), command("jingle"), file("Gone too", missing("b"))});
         FakeDecks decks;
         PlayoutSequencer sequencer(&decks);
         attach(sequencer, playlist);
         sequencer.setSkipUnplayableRows(true);
         sequencer.playRow(0);
         QCOMPARE(decks.calls, (QStringList{"take 0", "stop"}));
-        QCOMPARE(decks.logs, (QStringList{SequencerLog::missingSkipped(missing("a")), SequencerLog::nothingPlayable()}));
+        QCOMPARE(decks.logs,
+                 (QStringList{SequencerLog::missingSkipped(missing("a")), SequencerLog::nothingPlayable()}));
         QTest::qWait(0);
         QCOMPARE(decks.calls.size(), 2);
     }
@@ -261,7 +266,8 @@ private slots:
     void withShuffleMissingFilesStopAfterMoreSkipsThanRows()
     {
         PlaylistModel playlist;
-        playlist.appendTracks({file("Gone", missing("a")), file("Gone too", missing("b")), stream("http://x/")});
+        playlist.appendTracks(
+            {file("Gone", missing("a")), file("Gone too", missing("b")), stream("http://x/")});
         FakeDecks decks;
         PlayoutSequencer sequencer(&decks);
         attach(sequencer, playlist);
@@ -372,8 +378,8 @@ private slots:
     void shuffleDrawsAnotherRowThanTheCurrentOne()
     {
         PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two")),
-                               file("Three", existing("three"))});
+        playlist.appendTracks(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
         FakeDecks decks;
         PlayoutSequencer sequencer(&decks);
         attach(sequencer, playlist);
