@@ -109,7 +109,7 @@ void AudioEngine::setupDeck(int index)
         m_sequencer->rowSounded(row);
         emit trackStarted(row, track, startedAt);
     });
-    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
+    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index, false); });
     connect(player, &QMediaPlayer::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
     connect(player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
@@ -705,12 +705,12 @@ void AudioEngine::checkMix(qint64 position)
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
     if (status == QMediaPlayer::EndOfMedia)
-        onTrackEnd(index);
+        onTrackEnd(index, true);
 }
 
-void AudioEngine::onTrackEnd(int index)
+void AudioEngine::onTrackEnd(int index, bool endOfMedia)
 {
-    if (index == m_currentDeck && !m_current.isCommand) {
+    if (endOfMedia && index == m_currentDeck && !m_current.isCommand) {
         const qint64 known = std::max(m_decks[index]->player()->duration(), m_current.durationMs);
         if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
             // The end of what the deck played before this row was taken (Next pressed as a track

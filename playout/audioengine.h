@@ -168,8 +168,8 @@ private:
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
-    // End of media or a reached cue-out on a deck.
-    void onTrackEnd(int deck);
+    // End of media (endOfMedia) or a reached cue-out on a deck.
+    void onTrackEnd(int deck, bool endOfMedia);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);

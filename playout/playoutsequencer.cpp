@@ -77,6 +77,9 @@ void PlayoutSequencer::setSkipUnplayableRows(bool on)
 int PlayoutSequencer::currentRow() const
 {
     if (m_playlist && m_currentId > 0) {
+        // Asked on every position report: the row where it was taken answers without a search.
+        if (m_playlist->rowId(m_currentRow) == m_currentId)
+            return m_currentRow;
         const int row = m_playlist->rowOfId(m_currentId);
         if (row >= 0)
             return row;

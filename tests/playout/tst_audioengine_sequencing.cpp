@@ -94,6 +94,24 @@ private slots:
         QVERIFY(ended.last().at(3).toLongLong() > 1000);
     }
 
+    // The current row is matched by its identity, not by its number.
+    void theCurrentRowFollowsItsTrackThroughAMove()
+    {
+        PlaylistModel playlist;
+        appendRows(playlist, {commandTrack(QStringLiteral("a")), commandTrack(QStringLiteral("b")),
+                              commandTrack(QStringLiteral("c")), commandTrack(QStringLiteral("d"))});
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        engine.playRow(1);
+        playlist.moveTrack(1, 3);
+        QCOMPARE(engine.currentRow(), 3);
+        QCOMPARE(engine.currentRowId(), playlist.rowId(3));
+        QCOMPARE(engine.nextRow(), -1);
+        playlist.moveTracks({3}, 0);
+        QCOMPARE(engine.currentRow(), 0);
+        QCOMPARE(engine.nextRow(), 1);
+    }
+
     // A real end still moves on at once, late in a track as early.
     void anEndAfterTheTrackPlayedMovesOnToTheNextRow()
     {

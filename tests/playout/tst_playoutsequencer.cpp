@@ -470,6 +470,44 @@ private slots:
         QCOMPARE(decks.calls, QStringList{"take 0"});
     }
 
+    void theCurrentRowFollowsItsIdentityWhenRowsMove()
+    {
+        PlaylistModel playlist;
+        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two")),
+                               file("Three", existing("three"))});
+        FakeDecks decks;
+        PlayoutSequencer sequencer(&decks);
+        attach(sequencer, playlist);
+        sequencer.playRow(1);
+        const qint64 id = sequencer.currentRowId();
+        QCOMPARE(id, playlist.rowId(1));
+        playlist.moveTrack(1, 2);
+        QCOMPARE(sequencer.currentRow(), 2);
+        QCOMPARE(sequencer.nextRow(), -1);
+        playlist.insertTrack(0, file("New", existing("new")));
+        QCOMPARE(sequencer.currentRow(), 3);
+        playlist.shuffle();
+        QCOMPARE(playlist.tracks().at(sequencer.currentRow()).title, QStringLiteral("Two"));
+        QCOMPARE(sequencer.currentRowId(), id);
+    }
+
+    void aListOpenedAgainHoldsNoneOfTheOldRows()
+    {
+        PlaylistModel playlist;
+        const QList<Track> rows{file("One", existing("one")), file("Two", existing("two"))};
+        playlist.appendTracks(rows);
+        FakeDecks decks;
+        PlayoutSequencer sequencer(&decks);
+        attach(sequencer, playlist);
+        sequencer.playRow(1);
+        const qint64 id = sequencer.currentRowId();
+        playlist.clear();
+        playlist.appendTracks(rows);
+        // The same file in the same place is another row: the taken row is gone.
+        QCOMPARE(playlist.rowOfId(id), -1);
+        QCOMPARE(sequencer.currentRow(), 1); // the number as taken, as before identities
+    }
+
     void anEndReportedJustAfterATakeIsStale()
     {
         QVERIFY(isStaleEnd(120, 4000));
