@@ -473,8 +473,8 @@ private slots:
     void theCurrentRowFollowsItsIdentityWhenRowsMove()
     {
         PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two")),
-                               file("Three", existing("three"))});
+        playlist.appendTracks(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
         FakeDecks decks;
         PlayoutSequencer sequencer(&decks);
         attach(sequencer, playlist);
