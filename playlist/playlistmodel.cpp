@@ -15,6 +15,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 #include <optional>
 #include <vector>
@@ -63,6 +64,10 @@ std::optional<int> offsetRow(int firstRow, int offset)
         return std::nullopt;
     return firstRow + offset;
 }
+
+// Row identities are unique in the whole process, so an id of one playlist never names a row of
+// another that replaced it.
+std::atomic<qint64> lastRowId{0};
 
 } // namespace
 
@@ -368,6 +373,16 @@ const QList<Track>& PlaylistModel::tracks() const
     return m_rows;
 }
 
+qint64 PlaylistModel::rowId(int row) const
+{
+    return isValidRow(row) ? m_rowIds.at(row) : 0;
+}
+
+int PlaylistModel::rowOfId(qint64 id) const
+{
+    return id > 0 ? int(m_rowIds.indexOf(id)) : -1;
+}
+
 int PlaylistModel::currentRow() const
 {
     return m_currentRow;
@@ -475,8 +490,11 @@ int PlaylistModel::insertTracksAt(int row, QList<Track> tracks)
     beginInsertRows(QModelIndex(), first, first + count - 1);
     // Open the gap once, then fill it: a drop of a whole folder shifts the rows below only once.
     m_rows.insert(first, count, Track());
-    for (int i = 0; i < count; ++i)
+    m_rowIds.insert(first, count, 0);
+    for (int i = 0; i < count; ++i) {
         m_rows[first + i] = std::move(tracks[i]);
+        m_rowIds[first + i] = ++lastRowId;
+    }
     endInsertRows();
     recalculateStartTimes();
     return first;
@@ -488,6 +506,7 @@ void PlaylistModel::removeTrack(int row)
         return;
     beginRemoveRows(QModelIndex(), row, row);
     m_rows.removeAt(row);
+    m_rowIds.removeAt(row);
     endRemoveRows();
     if (m_currentRow == row)
         m_currentRow = -1;
@@ -526,6 +545,7 @@ void PlaylistModel::moveTrack(int from, int to)
         return;
     beginResetModel();
     m_rows.move(from, to);
+    m_rowIds.move(from, to);
     if (m_currentRow == from)
         m_currentRow = to;
     endResetModel();
@@ -562,13 +582,18 @@ void PlaylistModel::moveTracks(const QList<int>& rows, int destination)
     beginResetModel();
     QList<Track> moving;
     QList<Track> remaining;
+    QList<qint64> movingIds;
+    QList<qint64> remainingIds;
     moving.reserve(sorted.size());
     remaining.reserve(n - sorted.size());
     for (int row = 0; row < n; ++row) {
-        if (listed[size_t(row)])
+        if (listed[size_t(row)]) {
             moving.append(std::move(m_rows[row]));
-        else
+            movingIds.append(m_rowIds.at(row));
+        } else {
             remaining.append(std::move(m_rows[row]));
+            remainingIds.append(m_rowIds.at(row));
+        }
     }
     const int position = std::clamp(destination - before, 0, int(remaining.size()));
     QList<Track> reordered;
@@ -580,6 +605,7 @@ void PlaylistModel::moveTracks(const QList<int>& rows, int destination)
     for (int i = position; i < remaining.size(); ++i)
         reordered.append(std::move(remaining[i]));
     m_rows = std::move(reordered);
+    m_rowIds = remainingIds.mid(0, position) + movingIds + remainingIds.mid(position);
     endResetModel();
     recalculateStartTimes();
 }
@@ -588,6 +614,7 @@ void PlaylistModel::clear()
 {
     beginResetModel();
     m_rows.clear();
+    m_rowIds.clear();
     m_currentRow = -1;
     m_playedRows.clear();
     m_rowCounters.clear();
@@ -606,6 +633,7 @@ void PlaylistModel::shuffle()
         const quint32 x = random->QRandomGenerator::generate();
         const int j = int((quint64(x) * quint64(k)) >> 32);
         m_rows.swapItemsAt(k - 1, j);
+        m_rowIds.swapItemsAt(k - 1, j);
     }
     m_rowMixOverrides.clear();
     m_queue.clear();

@@ -72,6 +72,11 @@ public:
 
     // --- read access ----------------------------------------------------------------------
     const QList<Track>& tracks() const;
+    // A row's identity: given when the row is inserted, kept through moves, shuffles and
+    // replaceTrack, never given again (in any playlist of the process). 0 for no such row.
+    qint64 rowId(int row) const;
+    // The row that now holds the id, -1 when it was removed (or never existed).
+    int rowOfId(qint64 id) const;
     int currentRow() const;
     // Row numbers in the order in which they are to play.
     const QList<int>& queue() const;
@@ -160,6 +165,7 @@ private:
     QHash<int, int> m_rowCounters;
     bool m_hourMarkersVisible = false;
     QList<Track> m_rows;
+    QList<qint64> m_rowIds; // parallel to m_rows
     int m_currentRow = -1;
     QTime m_startAnchor;
 };

@@ -7,8 +7,12 @@
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
+#include "playoutsequencer.h"
 #include "relay.h"
+#include "sequencerrules.h"
+#include "settingkeys.h"
 #include "streamtitle.h"
+#include "trackinfocache.h"
 #include "voiceoverplayer.h"
 #include "voiceoverrules.h"
 
@@ -16,7 +20,6 @@
 #include <QFileInfo>
 #include <QMediaDevices>
 #include <QMediaMetaData>
-#include <QRandomGenerator64>
 #include <QSettings>
 #include <QTimer>
 
@@ -56,6 +59,8 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     qRegisterMetaType<TrackEndReason>("TrackEndReason");
     qRegisterMetaType<RelayState>("RelayState");
 
+    m_sequencer = new PlayoutSequencer(this, this);
+    m_info = new TrackInfoCache(this);
     setupDeck(0);
     setupDeck(1);
     m_voiceover = new VoiceoverPlayer(this);
@@ -100,8 +105,11 @@ void AudioEngine::setupDeck(int index)
     QMediaPlayer* player = deck->player();
     connect(deck, &Deck::levelMeasured, this,
             [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
-    connect(deck, &Deck::beganToSound, this, &AudioEngine::trackStarted);
-    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
+    connect(deck, &Deck::beganToSound, this, [this](int row, const Track& track, const QDateTime& startedAt) {
+        m_sequencer->rowSounded(row);
+        emit trackStarted(row, track, startedAt);
+    });
+    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index, false); });
     connect(player, &QMediaPlayer::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
     connect(player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
@@ -122,6 +130,8 @@ void AudioEngine::setPlaylist(PlaylistModel* model)
         disconnect(c);
     m_playlistConnections.clear();
     m_playlist = model;
+    m_sequencer->setPlaylist(model);
+    m_info->watch(model);
     if (!model)
         return;
     m_playlistConnections << connect(
@@ -134,8 +144,7 @@ void AudioEngine::setPlaylist(PlaylistModel* model)
 
 void AudioEngine::onRowsInserted(int first, int last)
 {
-    if (m_currentRow >= std::max(first, 0))
-        m_currentRow += last - first + 1;
+    // The current row follows its identity; only the decks' reported rows are renumbered here.
     for (Deck* deck : m_decks) {
         if (deck->airingRow() >= std::max(first, 0))
             deck->setAiringRow(deck->airingRow() + last - first + 1);
@@ -151,12 +160,46 @@ void AudioEngine::onRowsRemoved(int first, int last)
         else if (row >= first)
             deck->setAiringRow(-1); // its row is gone; the track itself is still reported
     }
-    if (m_currentRow < 0)
-        return;
-    if (last < m_currentRow)
-        m_currentRow -= last - first + 1;
-    else if (first <= m_currentRow)
-        m_currentRow = std::max(first - 1, 0);
+    // Rows above the current one are followed by its identity; when the current row itself went,
+    // the row above the gap stands in for it.
+    const qint64 id = m_sequencer->currentRowId();
+    if (id > 0 && m_playlist && m_playlist->rowOfId(id) < 0)
+        m_sequencer->setCurrentRow(std::max(first - 1, 0));
+}
+
+qint64 AudioEngine::currentRowId() const
+{
+    return m_sequencer->currentRowId();
+}
+
+int AudioEngine::currentRow() const
+{
+    return m_sequencer->currentRow();
+}
+
+bool AudioEngine::isShuffle() const
+{
+    return m_sequencer->isShuffle();
+}
+
+void AudioEngine::setSkipUnplayableRows(bool on)
+{
+    m_sequencer->setSkipUnplayableRows(on);
+}
+
+bool AudioEngine::skipsUnplayableRows() const
+{
+    return m_sequencer->skipsUnplayableRows();
+}
+
+void AudioEngine::setSilentRowLimits(int fileMs, int streamMs)
+{
+    m_sequencer->setSilentLimits(fileMs, streamMs);
+}
+
+bool AudioEngine::isWaitingForSound() const
+{
+    return m_sequencer->isWaitingForSound();
 }
 
 bool AudioEngine::isPlaying() const
@@ -279,7 +322,14 @@ void AudioEngine::reloadSettings()
     m_useCuePoints = readBool("playback/useCuePoints", false);
     m_normalizeLoudness = readBool("playback/normalizeLoudness", false);
     m_targetLufs = QSettings().value(QStringLiteral("analysis/targetLufs"), -18.0).toDouble();
+    m_sequencer->reloadSettings();
     applyBothDecks();
+}
+
+void AudioEngine::setCrossfadeEnabled(bool on)
+{
+    m_crossfadeEnabled = on;
+    m_mix.crossfadeEnabled = on;
 }
 
 void AudioEngine::onOutputsChanged()
@@ -324,23 +374,12 @@ void AudioEngine::onOutputsChanged()
 
 int AudioEngine::nextRow() const
 {
-    if (!m_playlist)
-        return -1;
-    if (!m_playlist->queue().isEmpty())
-        return m_playlist->queue().first();
-    if (m_shuffle)
-        return -1;
-    const int row = m_currentRow + 1;
-    return row < m_playlist->rowCount() ? row : -1;
+    return m_sequencer->nextRow();
 }
 
 QString AudioEngine::displayText(const Track& track)
 {
-    if (!track.artist.isEmpty() && !track.title.isEmpty())
-        return track.artist + QStringLiteral(" - ") + track.title;
-    if (!track.title.isEmpty())
-        return track.title;
-    return track.filePath;
+    return displayTextOf(track);
 }
 
 bool AudioEngine::isValidRow(int row) const
@@ -370,22 +409,32 @@ void AudioEngine::endAllAirings(TrackEndReason reason)
 
 void AudioEngine::playRow(int row)
 {
+    m_sequencer->playRow(row);
+}
+
+void AudioEngine::takeRow(int row)
+{
     if (!isValidRow(row))
         return;
-    m_currentRow = row;
     m_current = m_playlist->tracks().at(row);
     m_playlist->setCurrentRow(row);
     m_mixTriggered = false;
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    // Read once here: the mix check and the voiceover use these until the next row is taken.
-    m_currentParams = m_current.isCommand || m_current.filePath.isEmpty()
-                          ? TrackParams()
-                          : TrackParams::load(m_current.filePath);
+    // Taken once here from what was read ahead, never from the store itself: the mix check and
+    // the voiceover use these until the next row is taken.
+    m_currentParams = TrackParams();
     m_currentAnalysis = TrackAnalysis();
-    if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isCommand && !m_current.isStream &&
-        !m_current.filePath.isEmpty())
-        m_currentAnalysis = TrackAnalysis::load(m_current.filePath);
+    bool paramsUnknown = false;
+    if (!m_current.isCommand && !m_current.filePath.isEmpty()) {
+        const TrackInfo info = m_info->lookup(m_current.filePath);
+        paramsUnknown = !info.known;
+        if (info.known) {
+            m_currentParams = info.params;
+            if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isStream)
+                m_currentAnalysis = info.analysis;
+        }
+    }
     m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, m_targetLufs);
 
     emit currentRowChanged(row);
@@ -393,24 +442,14 @@ void AudioEngine::playRow(int row)
     armVoiceover();
     emit nowPlaying(m_current);
 
-    if (m_current.isCommand) {
-        const QString command = m_current.command.toLower();
-        if (command == QLatin1String("stop")) {
-            endAllAirings(TrackEndReason::Stop);
-            stopBothDecks();
-            emit playingChanged(false);
-            emit logMessage(PlayoutLog::stopCommand);
-        } else if (command == QLatin1String("pause")) {
-            m_decks[m_currentDeck]->player()->pause();
-            emit logMessage(PlayoutLog::pauseCommand);
-        } else {
-            emit logMessage(PlayoutLog::command + command);
-        }
-        return;
-    }
+    if (m_current.isCommand)
+        return; // the sequencer carries it out
 
     emit logMessage(displayText(m_current));
-    m_lastEndedRow = -1;
+    if (paramsUnknown) {
+        qCWarning(lcPlayout) << "parameters of" << m_current.filePath << "not known; playing with defaults";
+        emit logMessage(PlayoutLog::defaultParameters + displayText(m_current));
+    }
     if (!m_hasOutputDevice) {
         emit logMessage(PlayoutLog::noDevice);
         return;
@@ -438,6 +477,10 @@ void AudioEngine::playRow(int row)
 void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
     Deck* deck = m_decks[index];
+    // A player left in error by a file it could not decode would take the same file again as
+    // sounding at once; it loads it afresh instead.
+    if (deck->player()->error() != QMediaPlayer::NoError)
+        deck->player()->setSource(QUrl());
     deck->setTrackGain(m_plan.gain);
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
@@ -455,7 +498,7 @@ void AudioEngine::stopBothDecks()
 
 void AudioEngine::play()
 {
-    if (isCommandRow(m_currentRow)) {
+    if (isCommandRow(currentRow())) {
         next(); // Play steps over a STOP or PAUSE row
         return;
     }
@@ -466,27 +509,71 @@ void AudioEngine::play()
     QMediaPlayer* player = m_decks[m_currentDeck]->player();
     if (player->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
-            playRow(std::max(m_currentRow, 0));
+            playRow(std::max(currentRow(), 0));
         return;
     }
+    // A row held before it ever sounded is watched again, as when it was taken.
+    m_sequencer->resumeSilentWait();
     player->play();
 }
 
 void AudioEngine::pause()
 {
+    m_sequencer->cancelSilentWait();
     m_decks[m_currentDeck]->player()->pause();
 }
 
 void AudioEngine::togglePause()
 {
-    if (isPlaying())
+    if (isPlaying()) {
+        m_sequencer->cancelSilentWait();
         m_decks[m_currentDeck]->player()->pause();
-    else
+    } else {
+        m_sequencer->resumeSilentWait();
         m_decks[m_currentDeck]->player()->play();
+    }
+}
+
+void AudioEngine::stopDecks()
+{
+    stop();
+}
+
+void AudioEngine::haltDecks()
+{
+    endAllAirings(TrackEndReason::Stop);
+    stopBothDecks();
+    emit playingChanged(false);
+}
+
+void AudioEngine::holdDeck()
+{
+    m_decks[m_currentDeck]->player()->pause();
+}
+
+void AudioEngine::resumeDeck()
+{
+    m_decks[m_currentDeck]->player()->play();
+}
+
+bool AudioEngine::isSounding() const
+{
+    return isPlaying();
+}
+
+bool AudioEngine::hasOutput() const
+{
+    return m_hasOutputDevice;
+}
+
+void AudioEngine::log(const QString& text)
+{
+    emit logMessage(text);
 }
 
 void AudioEngine::stop()
 {
+    m_sequencer->cancelSilentWait();
     m_voiceover->disarm();
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
@@ -497,39 +584,12 @@ void AudioEngine::stop()
 
 void AudioEngine::next()
 {
-    if (!m_playlist)
-        return;
-    if (!m_playlist->queue().isEmpty()) {
-        const int row = m_playlist->takeNextQueued();
-        if (row >= 0) {
-            const Track& track = m_playlist->tracks().at(row);
-            const QString text = track.isCommand
-                                     ? QStringLiteral(">> ") + track.command.toUpper() + QStringLiteral(" <<")
-                                     : displayText(track);
-            emit logMessage(PlayoutLog::queue + text);
-            playRow(row);
-            return;
-        }
-    }
-    const int count = m_playlist->rowCount();
-    int row = m_currentRow + 1;
-    if (m_shuffle && count > 1) {
-        for (int draw = 0; draw < 8; ++draw) {
-            row = int(QRandomGenerator64::global()->bounded(qint64(count)));
-            if (row != m_currentRow)
-                break;
-        }
-    } else if (row >= count) {
-        stop();
-        return;
-    }
-    playRow(row);
+    m_sequencer->next();
 }
 
 void AudioEngine::previous()
 {
-    if (m_playlist && m_currentRow - 1 >= 0)
-        playRow(m_currentRow - 1);
+    m_sequencer->previous();
 }
 
 void AudioEngine::setVolume(int percent)
@@ -562,7 +622,7 @@ void AudioEngine::setFadeOutMs(int ms)
 
 void AudioEngine::setShuffle(bool on)
 {
-    m_shuffle = on;
+    m_sequencer->setShuffle(on);
 }
 
 void AudioEngine::applyDeckVolume(int index)
@@ -612,8 +672,8 @@ void AudioEngine::checkMix(qint64 position)
 
     int rowMix = -1;
     int rowFadeOut = -1;
-    if (isValidRow(m_currentRow)) {
-        const PlaylistModel::MixOverride override = m_playlist->rowMixOverride(m_currentRow);
+    if (isValidRow(currentRow())) {
+        const PlaylistModel::MixOverride override = m_playlist->rowMixOverride(currentRow());
         rowMix = override.first;
         rowFadeOut = override.second;
     }
@@ -630,47 +690,49 @@ void AudioEngine::checkMix(qint64 position)
         return;
     }
 
-    const bool fromQueue = !m_playlist->queue().isEmpty();
-    const int nextRow = fromQueue ? m_playlist->queue().first() : m_currentRow + 1;
     // A STOP or other command row is reached by the end of the track, not mixed into.
-    if (!isValidRow(nextRow) || isCommandRow(nextRow))
+    const int nextRow = m_sequencer->mixRow();
+    if (nextRow < 0)
         return;
 
     m_mixTriggered = true;
     endAiring(m_currentDeck, TrackEndReason::Mix);
     if (settings.fadeOutOnMix && settings.fadeOutMs > 0)
         fadeTo(m_currentDeck, 0.0, settings.fadeOutMs, true);
-    if (fromQueue)
-        m_playlist->takeNextQueued();
-    playRow(nextRow);
+    m_sequencer->mixInto(nextRow);
 }
 
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
     if (status == QMediaPlayer::EndOfMedia)
-        onTrackEnd(index);
+        onTrackEnd(index, true);
 }
 
-void AudioEngine::onTrackEnd(int index)
+void AudioEngine::onTrackEnd(int index, bool endOfMedia)
 {
+    if (endOfMedia && index == m_currentDeck && !m_current.isCommand) {
+        const qint64 known = std::max(m_decks[index]->player()->duration(), m_current.durationMs);
+        if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
+            // The end of what the deck played before this row was taken (Next pressed as a track
+            // ended): the row just started goes on, and nothing moves on a second time.
+            qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken() << "ms after taking row"
+                                 << currentRow() << "ignored as stale";
+            if (!m_decks[index]->isPlaying())
+                m_decks[index]->player()->play();
+            return;
+        }
+    }
     endAiring(index, TrackEndReason::End);
     if (index != m_currentDeck) {
         stopDeck(index); // the outgoing deck of a crossfade
         return;
     }
-    if (m_current.isCommand || m_lastEndedRow == m_currentRow)
-        return;
-    m_lastEndedRow = m_currentRow;
-    emit logMessage(PlayoutLog::endOfTrack + displayText(m_current));
-    if (m_autoPlayNext)
-        next();
-    else
-        stop();
+    m_sequencer->currentRowEnded(m_autoPlayNext);
 }
 
 void AudioEngine::onPlayerError(QMediaPlayer::Error error, const QString& errorString)
 {
-    qCWarning(lcPlayout) << "deck player error" << error << errorString << "row" << m_currentRow
+    qCWarning(lcPlayout) << "deck player error" << error << errorString << "row" << currentRow()
                          << m_current.filePath;
     if (!errorString.isEmpty())
         emit logMessage(PlayoutLog::playbackError + errorString);
@@ -724,8 +786,7 @@ void AudioEngine::startRelay(const QString& sourceText)
     if (m_relay->isActive())
         stopRelay();
 
-    m_resumeAfterRelay = isPlaying();
-    if (m_resumeAfterRelay)
+    if (m_sequencer->relayStarting(isPlaying()))
         m_decks[m_currentDeck]->player()->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
@@ -740,10 +801,7 @@ void AudioEngine::stopRelay()
     m_relay->stop();
     emit relayStateChanged(false, m_relay->source(), false);
     emit logMessage(PlayoutLog::relayStopped);
-    if (QSettings().value(QStringLiteral("relay/startNextOnStop"), false).toBool())
-        next();
-    else if (m_resumeAfterRelay && !isPlaying())
-        m_decks[m_currentDeck]->player()->play();
+    m_sequencer->relayStopped(Settings::relayStartNextOnStop.read());
 }
 
 void AudioEngine::onRelayLive()
@@ -759,8 +817,7 @@ void AudioEngine::onRelayLive()
 
 void AudioEngine::onRelayLost()
 {
-    if (m_resumeAfterRelay && isValidRow(m_currentRow) && !isPlaying())
-        m_decks[m_currentDeck]->player()->play();
+    m_sequencer->relayLost();
     emit relayStateChanged(true, m_relay->source(), false);
     emit logMessage(PlayoutLog::relayLost);
 }

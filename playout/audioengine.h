@@ -3,6 +3,7 @@
 #include "cueplan.h"
 #include "mixsettings.h"
 #include "relaystate.h"
+#include "sequencerdecks.h"
 #include "track.h"
 #include "trackanalysis.h"
 #include "trackendreason.h"
@@ -21,14 +22,17 @@
 
 class Deck;
 class PlaylistModel;
+class PlayoutSequencer;
 class QTimer;
 class Relay;
+class TrackInfoCache;
 class VoiceoverPlayer;
 
 // Plays the rows of one playlist through two media-player decks so that one track can fade out
 // on one deck while the next starts on the other. Runs on the GUI thread; every event goes to
-// the user as a logMessage line, never as a dialog.
-class AudioEngine : public QObject
+// the user as a logMessage line, never as a dialog. What plays next is the sequencer's to decide;
+// the engine loads, plays, fades and applies gain.
+class AudioEngine : public QObject, private SequencerDecks
 {
     Q_OBJECT
 
@@ -44,13 +48,25 @@ public:
     // file's end), otherwise the file's duration; ms, <= 0 when not known yet.
     qint64 effectiveDuration() const;
     void reloadSettings();
+    // Crossfade on or off, and nothing else: the device and the presenter's volume stay as they are.
+    void setCrossfadeEnabled(bool on);
+    // Unattended playout skips a file row whose file is gone and a row that does not sound within
+    // its limit (Settings::silentFileLimitMs / silentStreamLimitMs); off by default.
+    void setSkipUnplayableRows(bool on);
+    bool skipsUnplayableRows() const;
+    void setSilentRowLimits(int fileMs, int streamMs);
+    // A taken row is being watched for sound.
+    bool isWaitingForSound() const;
+    PlayoutSequencer* sequencer() const { return m_sequencer; }
 
     // Mixing primitives (deck 0 or 1).
     void fadeTo(int deck, double target, int ms, bool stopAtEnd);
     void applyDeckVolume(int deck);
 
     // Read access for controllers and tests.
-    int currentRow() const { return m_currentRow; }
+    int currentRow() const;
+    // The identity (PlaylistModel::rowId) of the current row; 0 before any row was taken.
+    qint64 currentRowId() const;
     int currentDeck() const { return m_currentDeck; }
     double volume() const { return m_volume; }
     bool isDucked() const { return m_ducked; }
@@ -110,7 +126,7 @@ public slots:
     void setShuffle(bool on);
     void setVoiceoverEnabled(bool enabled);
     bool voiceoverPlaying() const;
-    bool isShuffle() const { return m_shuffle; }
+    bool isShuffle() const;
     void startRelay(const QString& source);
     void stopRelay();
     bool isRelaying() const;
@@ -134,6 +150,16 @@ signals:
     void relayStatusChanged(RelayState state, const QString& source);
 
 private:
+    // SequencerDecks
+    void takeRow(int row) override;
+    void stopDecks() override;
+    void haltDecks() override;
+    void holdDeck() override;
+    void resumeDeck() override;
+    bool isSounding() const override;
+    bool hasOutput() const override;
+    void log(const QString& text) override;
+
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
     void stopDeck(int deck);
@@ -142,8 +168,8 @@ private:
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
-    // End of media or a reached cue-out on a deck.
-    void onTrackEnd(int deck);
+    // End of media (endOfMedia) or a reached cue-out on a deck.
+    void onTrackEnd(int deck, bool endOfMedia);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);
@@ -169,8 +195,9 @@ private:
     QPointer<PlaylistModel> m_playlist;
     QList<QMetaObject::Connection> m_playlistConnections;
     std::array<Deck*, 2> m_decks{};
+    PlayoutSequencer* m_sequencer = nullptr;
+    TrackInfoCache* m_info = nullptr;
     int m_currentDeck = 0;
-    int m_currentRow = -1;
     Track m_current;
     TrackParams m_currentParams;     // read once when the row is taken
     TrackAnalysis m_currentAnalysis; // read with them, when a setting needs it
@@ -186,8 +213,6 @@ private:
     bool m_autoPlayNext = true;
     int m_minCrossfadeMs = 45000;
     bool m_mixTriggered = false;
-    int m_lastEndedRow = -1;
-    bool m_shuffle = false;
     QString m_lastStreamTitle;
     bool m_ducked = false;
     MixSettings m_mix;
@@ -196,7 +221,6 @@ private:
 
     VoiceoverPlayer* m_voiceover = nullptr;
     Relay* m_relay = nullptr;
-    bool m_resumeAfterRelay = false; // the current deck was playing when the relay started
 
     // Positions arrive only about every 100 ms; when the mix point falls between two reports this
     // single-shot timer runs the mix check at the point itself instead of up to 100 ms late.

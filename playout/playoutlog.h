@@ -27,6 +27,8 @@ inline const QString relayStopped = QStringLiteral("Relay: stopped");
 inline const QString relayError = QStringLiteral("Relay error: ");
 // "File not found: <path>"; the row waits as any row without media does.
 inline const QString fileNotFound = QStringLiteral("File not found: ");
+// "Parameters not read yet - playing with defaults: <track>"; the store had not answered for it.
+inline const QString defaultParameters = QStringLiteral("Parameters not read yet - playing with defaults: ");
 // "Output device lost: <device> - moved to the system default <device>".
 inline const QString outputLost = QStringLiteral("Output device lost: ");
 inline const QString outputMoved = QStringLiteral(" - moved to the system default ");

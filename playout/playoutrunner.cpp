@@ -2,13 +2,11 @@
 
 #include "asrunrecorder.h"
 #include "audioengine.h"
-#include "missingfileguard.h"
 #include "playlistfile.h"
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
 #include "settingkeys.h"
-#include "silentrowguard.h"
 #include "trackdetails.h"
 #include "tracktext.h"
 
@@ -50,11 +48,7 @@ PlayoutRunner::PlayoutRunner(const Options& options, QObject* parent)
     });
 
     // The studio's rules for rows that cannot sound, with its texts.
-    m_missingFiles = new MissingFileGuard(m_engine, m_playlist, this);
-    connect(m_missingFiles, &MissingFileGuard::message, this, &PlayoutRunner::logLine);
-    m_silentRows = new SilentRowGuard(m_engine, m_playlist, this);
-    m_silentRows->setLimits(Settings::silentFileLimitMs.read(), Settings::silentStreamLimitMs.read());
-    connect(m_silentRows, &SilentRowGuard::message, this, &PlayoutRunner::logLine);
+    m_engine->setSkipUnplayableRows(true);
 
     if (m_options.recordAsRun) {
         m_asRun = new AsRunRecorder(m_engine, this);

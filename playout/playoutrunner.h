@@ -7,9 +7,7 @@
 
 class AsRunRecorder;
 class AudioEngine;
-class MissingFileGuard;
 class PlaylistModel;
-class SilentRowGuard;
 struct Track;
 
 // Runs a list through the playout without a window, as the studio runs it: the same engine, the
@@ -75,8 +73,6 @@ private:
     Options m_options;
     PlaylistModel* m_playlist = nullptr;
     AudioEngine* m_engine = nullptr;
-    MissingFileGuard* m_missingFiles = nullptr;
-    SilentRowGuard* m_silentRows = nullptr;
     AsRunRecorder* m_asRun = nullptr;
     ExitStatus m_status = NothingPlayed;
     bool m_ended = false;

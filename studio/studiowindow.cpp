@@ -9,7 +9,6 @@
 #include "librarywatcher.h"
 #include "logfile.h"
 #include "logpane.h"
-#include "missingfileguard.h"
 #include "musiclibrary.h"
 #include "musiclibrarydialog.h"
 #include "onairdisplay.h"
@@ -21,7 +20,6 @@
 #include "relaypanel.h"
 #include "schedulewindow.h"
 #include "settingsdialog.h"
-#include "silentrowguard.h"
 #include "studioschedule.h"
 #include "transportbar.h"
 
@@ -79,6 +77,7 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     m_logFile = new LogFile(QString(), this);
 
     setCentralWidget(buildCentre());
+    m_transport->setSelectionModel(m_view->selectionModel());
     buildMenus();
     m_rowCount = new QLabel(this);
     statusBar()->addPermanentWidget(m_rowCount);
@@ -104,13 +103,9 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
         statusBar()->showMessage(reason);
     });
 
-    auto* guard = new MissingFileGuard(m_engine, m_playlist, this);
-    connect(guard, &MissingFileGuard::message, this, &StudioWindow::log);
-    m_silentRows = new SilentRowGuard(m_engine, m_playlist, this);
-    connect(m_silentRows, &SilentRowGuard::message, this, &StudioWindow::log);
-    // The presenter stopping or pausing a row that has not sounded yet is not a fault.
-    connect(m_transport->stopButton(), &QPushButton::clicked, m_silentRows, &SilentRowGuard::cancel);
-    connect(m_transport->pauseButton(), &QPushButton::clicked, m_silentRows, &SilentRowGuard::cancel);
+    // Unattended playout: a vanished file or a row that never sounds is skipped, whichever way it
+    // was started.
+    m_engine->setSkipUnplayableRows(true);
 
     m_asRun = new AsRunRecorder(m_engine, this);
     connect(m_asRun, &AsRunRecorder::disabled, this, [this](const QString& reason) {
@@ -474,7 +469,6 @@ void StudioWindow::closeEvent(QCloseEvent* event)
         return;
     }
     // Stopping first lets the as-run log record the end as a stop; finishAll closes what is left.
-    m_silentRows->cancel();
     m_engine->stopRelay();
     m_engine->stop();
     m_asRun->finishAll();

@@ -21,7 +21,6 @@ class PlaylistView;
 class QAction;
 class QLabel;
 class RelayPanel;
-class SilentRowGuard;
 class TransportBar;
 
 // The on-air window, "Ondaro Studio": builds the playlist, transport, on-air display, meters, log and
@@ -52,7 +51,6 @@ public:
     RelayPanel* relayPanel() const { return m_relay; }
     AsRunRecorder* asRunRecorder() const { return m_asRun; }
     MusicLibraryDialog* libraryWindow() const { return m_library; }
-    SilentRowGuard* silentRowGuard() const { return m_silentRows; }
     QAction* hourMarkersAction() const { return m_hourMarkers; }
     PlaylistSession* session() const { return m_session; }
 
@@ -104,7 +102,6 @@ private:
     RelayPanel* m_relay = nullptr;
     AsRunRecorder* m_asRun = nullptr;
     AnalysisQueue* m_analysis = nullptr;
-    SilentRowGuard* m_silentRows = nullptr;
     PlaylistSession* m_session = nullptr;
     QAction* m_hourMarkers = nullptr;
     QLabel* m_rowCount = nullptr;

@@ -2,12 +2,13 @@
 
 #include "audioengine.h"
 #include "playlistmodel.h"
+#include "settingkeys.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QItemSelectionModel>
 #include <QLabel>
 #include <QPushButton>
-#include <QSettings>
 #include <QSignalBlocker>
 #include <QSlider>
 #include <QStyle>
@@ -16,8 +17,6 @@
 #include <cmath>
 
 namespace {
-
-const QString crossfadeKey = QStringLiteral("playback/crossfadeEnabled");
 
 QPushButton* transportButton(const QString& text, QStyle::StandardPixmap icon, const QString& tip,
                              QWidget* parent)
@@ -86,12 +85,11 @@ TransportBar::TransportBar(AudioEngine* engine, PlaylistModel* playlist, QWidget
 
 void TransportBar::setCrossfade(bool on)
 {
-    {
-        QSettings settings;
-        settings.setValue(crossfadeKey, on);
-    }
-    m_engine->reloadSettings();
-    syncCrossfade();
+    // Crossfade alone: re-reading every setting would reset the output device and the volume on air.
+    Settings::crossfadeEnabled.write(on);
+    m_engine->setCrossfadeEnabled(on);
+    const QSignalBlocker blocker(m_crossfade);
+    m_crossfade->setChecked(m_engine->crossfadeEnabled());
 }
 
 void TransportBar::reapplyVolume()
@@ -125,16 +123,27 @@ void TransportBar::showPlaying(bool playing)
                                   : QString());
 }
 
+void TransportBar::setSelectionModel(QItemSelectionModel* selection)
+{
+    m_selection = selection;
+}
+
 void TransportBar::playOrResume()
 {
-    const QList<Track>& rows = m_playlist->tracks();
-    const int row = m_engine->currentRow();
-    const bool rowStillLoaded = row >= 0 && row < rows.size() &&
-                                rows.at(row).isCommand == m_engine->currentTrack().isCommand &&
-                                rows.at(row).filePath == m_engine->currentTrack().filePath;
-    if (!m_engine->isPlaying() && !rowStillLoaded && !rows.isEmpty()) {
-        m_engine->playRow(std::clamp(row, 0, int(rows.size()) - 1));
+    const int count = m_playlist->rowCount();
+    // The row is matched by its identity: the same file opened again is another row.
+    const qint64 id = m_engine->currentRowId();
+    const bool rowStillLoaded = id > 0 && m_playlist->rowOfId(id) >= 0;
+    if (m_engine->isPlaying() || rowStillLoaded || count == 0) {
+        m_engine->play();
         return;
     }
-    m_engine->play();
+    int row = -1;
+    if (m_selection && m_selection->model() == m_playlist) {
+        for (const QModelIndex& index : m_selection->selectedRows())
+            row = row < 0 ? index.row() : std::min(row, index.row());
+    }
+    if (row < 0)
+        row = id == 0 ? std::clamp(m_engine->currentRow(), 0, count - 1) : 0;
+    m_engine->playRow(row);
 }

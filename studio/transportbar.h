@@ -5,6 +5,7 @@
 class AudioEngine;
 class PlaylistModel;
 class QCheckBox;
+class QItemSelectionModel;
 class QLabel;
 class QPushButton;
 class QSlider;
@@ -26,17 +27,20 @@ public:
     QSlider* volumeSlider() const { return m_volume; }
     QCheckBox* shuffleBox() const { return m_shuffle; }
     QCheckBox* crossfadeBox() const { return m_crossfade; }
+    // The presenter's selection in the playlist: where Play starts when no row is loaded.
+    void setSelectionModel(QItemSelectionModel* selection);
 
 public slots:
     // Crossfade lives in the settings ("playback/crossfadeEnabled"), so the settings dialog and this
-    // box agree; re-reading them must not undo the volume the presenter set.
+    // box agree; only crossfade changes, never the device or the volume on air.
     void setCrossfade(bool on);
     // After the engine re-read its settings (which reset the volume to the default): the slider's
     // volume again, and the crossfade box as the settings now say.
     void reapplyVolume();
     void syncCrossfade();
-    // Resumes what is paused; after the playlist was replaced or the current row removed, starts
-    // the current row afresh instead of the track the decks still hold.
+    // Resumes the row the engine took while it is still in the list; otherwise starts afresh: at
+    // the row the presenter selected, else (the list was replaced) at the first row, or (the current
+    // row was removed) at the row that stands in for it.
     void playOrResume();
 
 private:
@@ -45,6 +49,7 @@ private:
 
     AudioEngine* m_engine;
     PlaylistModel* m_playlist;
+    QItemSelectionModel* m_selection = nullptr;
     QPushButton* m_play = nullptr;
     QPushButton* m_pause = nullptr;
     QPushButton* m_stop = nullptr;

@@ -1,7 +1,7 @@
 #include "audioengine.h"
 #include "logpane.h"
 #include "playlistmodel.h"
-#include "silentrowguard.h"
+#include "sequencerrules.h"
 #include "streamserver.h"
 #include "studiotestsupport.h"
 #include "studiowindow.h"
@@ -17,7 +17,7 @@ using namespace studiotest;
 
 // Rows that are taken but never sound: a stream whose server never answers and a file that cannot
 // be decoded are skipped after their limit, in the window's log; the presenter's Stop cancels that.
-class TestSilentRowGuard : public QObject
+class TestStudioWindowSilentRows : public QObject
 {
     Q_OBJECT
 
@@ -35,7 +35,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        useStudioLocations(dir.path(), "tst_silentrowguard");
+        useStudioLocations(dir.path(), "tst_studiowindow_silentrows");
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
         tone = makeTone(dir.path(), QStringLiteral("Good - Tone.wav"), 440, 4.0);
         QVERIFY(!tone.isEmpty());
@@ -54,19 +54,19 @@ private slots:
         server.setSilent(true);
         QVERIFY(server.start());
         StudioWindow window;
-        window.silentRowGuard()->setLimits(3000, 3000);
+        window.engine()->setSilentRowLimits(3000, 3000);
         window.appendItems({server.url(), corrupt, tone});
         QCOMPARE(window.playlist()->rowCount(), 3);
         QSignalSpy started(window.engine(), &AudioEngine::trackStarted);
         window.engine()->playRow(0);
-        QVERIFY(window.silentRowGuard()->isWaiting());
-        QTRY_COMPARE_WITH_TIMEOUT(linesWith(window, SilentRowGuard::streamSkippedText(server.url(), 3)), 1,
+        QVERIFY(window.engine()->isWaitingForSound());
+        QTRY_COMPARE_WITH_TIMEOUT(linesWith(window, SequencerLog::streamSkipped(server.url(), 3)), 1,
                                   15000);
         QTRY_COMPARE_WITH_TIMEOUT(window.engine()->currentRow(), 2, 20000);
-        QCOMPARE(linesWith(window, SilentRowGuard::fileSkippedText(corrupt, 3)), 1);
+        QCOMPARE(linesWith(window, SequencerLog::fileSkipped(corrupt, 3)), 1);
         QTRY_VERIFY_WITH_TIMEOUT(!started.isEmpty(), 10000);
         QCOMPARE(started.last().at(0).toInt(), 2);
-        QVERIFY(!window.silentRowGuard()->isWaiting());
+        QVERIFY(!window.engine()->isWaitingForSound());
         window.engine()->stop();
     }
 
@@ -78,13 +78,13 @@ private slots:
         StudioWindow window;
         window.appendItems({server.url(), tone});
         window.engine()->playRow(0);
-        QVERIFY(window.silentRowGuard()->isWaiting());
+        QVERIFY(window.engine()->isWaitingForSound());
         QTest::mouseClick(window.transportBar()->stopButton(), Qt::LeftButton);
-        QVERIFY(!window.silentRowGuard()->isWaiting());
+        QVERIFY(!window.engine()->isWaitingForSound());
         QCOMPARE(window.engine()->currentRow(), 0);
     }
 };
 
-QTEST_MAIN(TestSilentRowGuard)
+QTEST_MAIN(TestStudioWindowSilentRows)
 #include "moc_streamserver.cpp"
-#include "tst_silentrowguard.moc"
+#include "tst_studiowindow_silentrows.moc"
