@@ -239,6 +239,11 @@ QVariant PlaylistModel::fontData(int row) const
     return {};
 }
 
+void PlaylistModel::setParamsSource(ParamsSource source)
+{
+    m_paramsSource = std::move(source);
+}
+
 QVariant PlaylistModel::backgroundData(int row) const
 {
     const Track& track = m_rows.at(row);
@@ -251,7 +256,7 @@ QVariant PlaylistModel::backgroundData(int row) const
     if (track.isStream || track.filePath.isEmpty())
         return {};
     // Read on every request on purpose: an editor elsewhere may have just changed the parameters.
-    const TrackParams params = TrackParams::load(track.filePath);
+    const TrackParams params = m_paramsSource ? m_paramsSource(track.filePath) : TrackParams::load(track.filePath);
     if (params.voiceoverIns >= 1 && !params.voiceoverSource.isEmpty())
         return QBrush(kVoiceoverBackground);
     return {};

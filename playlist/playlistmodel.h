@@ -1,6 +1,7 @@
 #pragma once
 
 #include "track.h"
+#include "trackparams.h"
 #include "tracktext.h"
 
 #include <QAbstractTableModel>
@@ -11,6 +12,8 @@
 #include <QString>
 #include <QStringList>
 #include <QTime>
+
+#include <functional>
 
 class QMimeData;
 
@@ -96,6 +99,12 @@ public:
     // Sum of durationMs over all rows, milliseconds.
     qint64 totalDuration() const;
 
+    // Where the background colour finds a file's parameters. Unset, each request reads the store;
+    // the studio hands in the playout's read-ahead view, so that a server that does not answer
+    // never holds a repaint.
+    using ParamsSource = std::function<TrackParams(const QString& filePath)>;
+    void setParamsSource(ParamsSource source);
+
 public slots:
     // --- structure (each recomputes start times unless stated) -----------------------------
     void appendTrack(const Track& track);
@@ -168,4 +177,5 @@ private:
     QList<qint64> m_rowIds; // parallel to m_rows
     int m_currentRow = -1;
     QTime m_startAnchor;
+    ParamsSource m_paramsSource;
 };

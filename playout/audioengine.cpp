@@ -438,6 +438,11 @@ void AudioEngine::takeRow(int row)
     m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, m_targetLufs);
 
     emit currentRowChanged(row);
+    // What was read ahead may be hours old: read the coming row again while this one plays, so
+    // it starts with the parameters an editor may have changed meanwhile.
+    const int coming = nextRow();
+    if (isValidRow(coming) && !m_playlist->tracks().at(coming).isCommand)
+        m_info->invalidate(m_playlist->tracks().at(coming).filePath);
     m_lastStreamTitle.clear();
     armVoiceover();
     emit nowPlaying(m_current);

@@ -58,6 +58,8 @@ public:
     // A taken row is being watched for sound.
     bool isWaitingForSound() const;
     PlayoutSequencer* sequencer() const { return m_sequencer; }
+    // What the engine has read ahead of the store for its rows; never waits on a server.
+    TrackInfoCache* trackInfo() const { return m_info; }
 
     // Mixing primitives (deck 0 or 1).
     void fadeTo(int deck, double target, int ms, bool stopAtEnd);

@@ -1,5 +1,7 @@
 #include "playoutrunner.h"
 
+#include "trackinfocache.h"
+
 #include "asrunrecorder.h"
 #include "audioengine.h"
 #include "playlistfile.h"
@@ -17,6 +19,8 @@
 
 namespace {
 
+// How long a cold start waits for the first row's stored parameters, milliseconds.
+constexpr int firstRowWaitMs = 2000;
 const QString kPlaylistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
 const QString kNotPlayable = QStringLiteral("Not a file or stream, ignored: %1");
 const QString kAsRunOff = QStringLiteral("As-run log is off: %1");
@@ -137,7 +141,33 @@ void PlayoutRunner::start()
         end(NothingPlayed);
         return;
     }
-    m_engine->playRow(row);
+    // Nothing is on air yet: give the first row a moment to have its stored parameters read, so
+    // that it starts with its cue points and gain. A server that does not answer costs at most
+    // firstRowWaitMs before it plays with the defaults.
+    const QString path = m_playlist->tracks().at(row).filePath;
+    TrackInfoCache* info = m_engine->trackInfo();
+    if (path.isEmpty() || m_playlist->tracks().at(row).isStream || info->lookup(path).known) {
+        m_engine->playRow(row);
+        return;
+    }
+    auto* wait = new QTimer(this);
+    wait->setSingleShot(true);
+    auto begin = [this, row, wait] {
+        if (!wait->isActive())
+            return; // already started
+        wait->stop();
+        wait->deleteLater();
+        m_engine->playRow(row);
+    };
+    connect(info, &TrackInfoCache::infoReady, wait, [path, begin](const QString& ready) {
+        if (ready == path)
+            begin();
+    });
+    connect(wait, &QTimer::timeout, this, [this, row, wait] {
+        wait->deleteLater();
+        m_engine->playRow(row);
+    });
+    wait->start(firstRowWaitMs);
 }
 
 void PlayoutRunner::finish()

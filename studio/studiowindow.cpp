@@ -1,5 +1,7 @@
 #include "studiowindow.h"
 
+#include "trackinfocache.h"
+
 #include "analysisqueue.h"
 #include "asrunrecorder.h"
 #include "asrunwindow.h"
@@ -32,10 +34,12 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QSet>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -74,6 +78,20 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     m_playlist = new PlaylistModel(this);
     m_engine = new AudioEngine(this);
     m_engine->setPlaylist(m_playlist);
+    // Row colours come from what the playout read ahead, never from a store call while painting;
+    // rows are repainted once a batch of reads has come in.
+    QPointer<TrackInfoCache> info = m_engine->trackInfo();
+    m_playlist->setParamsSource([info](const QString& path) {
+        return info ? info->lookup(path).params : TrackParams();
+    });
+    auto* repaint = new QTimer(this);
+    repaint->setSingleShot(true);
+    repaint->setInterval(250);
+    connect(repaint, &QTimer::timeout, m_playlist, &PlaylistModel::refresh);
+    connect(info, &TrackInfoCache::infoReady, repaint, [repaint] {
+        if (!repaint->isActive())
+            repaint->start();
+    });
     m_logFile = new LogFile(QString(), this);
 
     setCentralWidget(buildCentre());

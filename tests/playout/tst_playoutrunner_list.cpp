@@ -3,12 +3,11 @@
 // The runner is a child process with its own home folder; this test shares that folder's library
 // database to prepare it and to read the as-run table afterwards.
 
-#include "missingfileguard.h"
+#include "sequencerrules.h"
 #include "musiclibrary.h"
 #include "playoutlog.h"
 #include "playoutrunner.h"
 #include "playouttestsupport.h"
-#include "silentrowguard.h"
 #include "streamserver.h"
 #include "tracktext.h"
 
@@ -224,7 +223,7 @@ private slots:
         const Result r = run({list});
         QCOMPARE(r.exitCode, 0);
         QVERIFY2(r.err.contains(PlayoutRunner::missingFileText(gone)), qPrintable(r.err));
-        QVERIFY2(r.out.contains(MissingFileGuard::skippedText(gone)), qPrintable(r.out.join('\n')));
+        QVERIFY2(r.out.contains(SequencerLog::missingSkipped(gone)), qPrintable(r.out.join('\n')));
         QVERIFY(r.out.contains(QStringLiteral("End of track: Beta - Second")));
         const QList<AsRunRow> rows = asRunRows();
         QCOMPARE(rows.size(), 2); // the missing row never aired
@@ -255,7 +254,7 @@ private slots:
         const Result r = run({list});
         setRunnerSetting(QStringLiteral("playback/silentStreamLimitMs"), QVariant());
         QCOMPARE(r.exitCode, 0);
-        QVERIFY2(r.out.contains(SilentRowGuard::streamSkippedText(server.url(), 2)),
+        QVERIFY2(r.out.contains(SequencerLog::streamSkipped(server.url(), 2)),
                  qPrintable(r.out.join('\n')));
         QVERIFY(r.out.contains(QStringLiteral("End of track: Beta - Second")));
         const QList<AsRunRow> rows = asRunRows();
