@@ -422,7 +422,12 @@ void AudioEngine::playRow(int row)
     }
 
     endAllAirings(TrackEndReason::Skip);
-    if (!m_crossfadeEnabled || !isPlaying()) {
+    if (m_handingOver) {
+        // The outgoing deck plays out its last milliseconds and is stopped by its own end.
+        m_currentDeck = 1 - m_currentDeck;
+        stopDeck(m_currentDeck);
+        startOnDeck(m_currentDeck, row, false);
+    } else if (!m_crossfadeEnabled || !isPlaying()) {
         stopBothDecks();
         startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
     } else {
@@ -603,6 +608,10 @@ void AudioEngine::checkMix(qint64 position)
 {
     if (m_mixTriggered || !m_autoPlayNext)
         return;
+    if (!m_crossfadeEnabled) {
+        checkHandover(position);
+        return;
+    }
     const Deck* deck = m_decks[m_currentDeck];
     if (!m_crossfadeEnabled || deck->player()->duration() < 1)
         return;
@@ -643,6 +652,38 @@ void AudioEngine::checkMix(qint64 position)
     if (fromQueue)
         m_playlist->takeNextQueued();
     playRow(nextRow);
+}
+
+// A deck is heard only some time after it is started (the start lead). Waiting for the end of the
+// current track before starting the next leaves that much silence, so the next row is started
+// on the other deck the start lead before the end; the current deck plays out to its end (or
+// cue-out), unflushed, and its end stops it. Rows whose end cannot be known ahead (streams,
+// shuffle, command rows, missing files) keep the plain start at the end.
+void AudioEngine::checkHandover(qint64 position)
+{
+    const Deck* deck = m_decks[m_currentDeck];
+    if (m_current.isCommand || m_current.isStream || m_shuffle || !deck->isPlaying() ||
+        m_lastEndedRow == m_currentRow)
+        return;
+    const qint64 end = effectiveDuration();
+    const int following = nextRow();
+    if (end < 1 || !isValidRow(following) || isCommandRow(following) ||
+        sourceOf(m_playlist->tracks().at(following)).isEmpty())
+        return;
+    const qint64 remaining = end - position;
+    const qint64 untilHandover = remaining - m_decks[1 - m_currentDeck]->startLeadMs();
+    if (untilHandover > 0) {
+        if (untilHandover < positionReportMs)
+            m_mixPointTimer->start(int(untilHandover));
+        return;
+    }
+    m_mixTriggered = true;
+    m_lastEndedRow = m_currentRow;
+    endAiring(m_currentDeck, TrackEndReason::End);
+    emit logMessage(PlayoutLog::endOfTrack + displayText(m_current));
+    m_handingOver = true;
+    next();
+    m_handingOver = false;
 }
 
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)

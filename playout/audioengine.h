@@ -147,6 +147,8 @@ private:
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);
+    // Crossfade off: starts the next row on the other deck the start lead before the end.
+    void checkHandover(qint64 position);
     bool isCommandRow(int row) const;
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
@@ -201,4 +203,6 @@ private:
     // Positions arrive only about every 100 ms; when the mix point falls between two reports this
     // single-shot timer runs the mix check at the point itself instead of up to 100 ms late.
     QTimer* m_mixPointTimer = nullptr;
+    // Set while checkHandover starts the next row: the outgoing deck is left to play to its end.
+    bool m_handingOver = false;
 };

@@ -26,6 +26,7 @@ Deck::Deck(QObject* parent) : QObject(parent)
     connect(m_player, &QMediaPlayer::playbackStateChanged, this, &Deck::onPlaybackState);
     connect(m_player, &QMediaPlayer::mediaStatusChanged, this, &Deck::onMediaStatus);
     connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
+        measureStartLead(position);
         checkSeek(position);
         checkSounding();
         checkCueOut(position);
@@ -70,8 +71,22 @@ void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, i
         m_output->setMuted(true);
     }
     m_player->play();
+    // Only a start from the top tells the lead: a cue-in is reached by seeking first.
+    if (startAtMs > 0 || !m_hasSource)
+        m_sinceStart.invalidate();
+    else
+        m_sinceStart.start();
     if (fadeIn)
         fadeTo(1.0, fadeInMs, false);
+}
+
+void Deck::measureStartLead(qint64 position)
+{
+    if (!m_sinceStart.isValid() || position <= 0)
+        return;
+    // The position is that of what is heard: the sound began `position` ms before this report.
+    m_leads.add(m_sinceStart.elapsed() - position);
+    m_sinceStart.invalidate();
 }
 
 void Deck::fadeTo(double target, int ms, bool stopAtEnd)
@@ -91,6 +106,7 @@ void Deck::fadeTo(double target, int ms, bool stopAtEnd)
 
 void Deck::stop()
 {
+    m_sinceStart.invalidate();
     clearSeek();
     m_cueOutTimer->stop();
     m_fadeTimer->stop();

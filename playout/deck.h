@@ -1,6 +1,7 @@
 #pragma once
 
 #include "deckfade.h"
+#include "startlead.h"
 #include "track.h"
 
 #include <QAudioDevice>
@@ -56,6 +57,12 @@ public:
     QMediaPlayer::PlaybackState state() const { return m_player->playbackState(); }
     bool isPlaying() const { return state() == QMediaPlayer::PlayingState; }
 
+    // How long a start on this deck takes to be heard: from start() to the moment its first sound
+    // reaches the output, in milliseconds (the median of the last few starts from the top; a
+    // typical figure until one was measured). The playout starts the next row this much before
+    // the current one ends, so that one follows the other without a gap.
+    qint64 startLeadMs() const { return m_leads.estimateMs(); }
+
     // Last measured output level, linear, after gain, volume and duck; valid once measured.
     double levelLeft() const { return m_levelLeft; }
     double levelRight() const { return m_levelRight; }
@@ -91,6 +98,7 @@ private:
     void onPlaybackState(QMediaPlayer::PlaybackState state);
     void onMediaStatus(QMediaPlayer::MediaStatus status);
     void checkSounding();
+    void measureStartLead(qint64 position);
     void checkCueOut(qint64 position);
     void checkSeek(qint64 position);
     void clearSeek();
@@ -120,4 +128,6 @@ private:
     bool m_hasSource = false;
     qint64 m_playedBeforeMs = 0; // heard before the current stretch of playing
     QElapsedTimer m_playingFor;  // runs while playing and on air
+    QElapsedTimer m_sinceStart;  // from start() until the first position report; invalid after
+    StartLead m_leads;
 };
