@@ -3,11 +3,13 @@
 #include "deck.h"
 #include "mixrules.h"
 #include "outputdevice.h"
+#include "outputrouter.h"
 #include "outputwatcher.h"
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
 #include "relay.h"
+#include "settingkeys.h"
 #include "streamtitle.h"
 #include "voiceoverplayer.h"
 #include "voiceoverrules.h"
@@ -56,10 +58,12 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     qRegisterMetaType<TrackEndReason>("TrackEndReason");
     qRegisterMetaType<RelayState>("RelayState");
 
+    m_router = new OutputRouter(this);
     setupDeck(0);
     setupDeck(1);
-    m_voiceover = new VoiceoverPlayer(this);
-    m_relay = new Relay(this);
+    m_voiceover = new VoiceoverPlayer(this, m_router);
+    m_relay = new Relay(this, m_router);
+    connect(m_relay, &Relay::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(m_relay, &Relay::stateChanged, this,
             [this](RelayState state) { emit relayStatusChanged(state, m_relay->source()); });
     connect(m_relay, &Relay::wentLive, this, &AudioEngine::onRelayLive);
@@ -89,31 +93,31 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_mixPointTimer->setSingleShot(true);
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
-            [this] { checkMix(m_decks[m_currentDeck]->player()->position()); });
+            [this] { checkMix(m_decks[m_currentDeck]->position()); });
     connect(new OutputWatcher(this), &OutputWatcher::outputsChanged, this, &AudioEngine::onOutputsChanged);
 }
 
 void AudioEngine::setupDeck(int index)
 {
-    Deck* deck = new Deck(this);
+    Deck* deck = new Deck(this, m_router);
     m_decks[index] = deck;
-    QMediaPlayer* player = deck->player();
     connect(deck, &Deck::levelMeasured, this,
             [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
     connect(deck, &Deck::beganToSound, this, &AudioEngine::trackStarted);
     connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
-    connect(player, &QMediaPlayer::positionChanged, this,
+    connect(deck, &Deck::levelFell, this, &AudioEngine::emitDeckLevels);
+    connect(deck, &Deck::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
-    connect(player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
+    connect(deck, &Deck::durationChanged, this, [this, index](qint64 duration) {
         if (index == m_currentDeck)
             emit durationChanged(duration);
     });
-    connect(player, &QMediaPlayer::playbackStateChanged, this,
+    connect(deck, &Deck::playbackStateChanged, this,
             [this](QMediaPlayer::PlaybackState) { emit playingChanged(isPlaying()); });
-    connect(player, &QMediaPlayer::mediaStatusChanged, this,
+    connect(deck, &Deck::mediaStatusChanged, this,
             [this, index](QMediaPlayer::MediaStatus status) { onMediaStatus(index, status); });
-    connect(player, &QMediaPlayer::errorOccurred, this, &AudioEngine::onPlayerError);
-    connect(player, &QMediaPlayer::metaDataChanged, this, [this, index] { onMetaData(index); });
+    connect(deck, &Deck::errorOccurred, this, &AudioEngine::onPlayerError);
+    connect(deck, &Deck::metaDataChanged, this, [this, index] { onMetaData(index); });
 }
 
 void AudioEngine::setPlaylist(PlaylistModel* model)
@@ -166,12 +170,12 @@ bool AudioEngine::isPlaying() const
 
 qint64 AudioEngine::position() const
 {
-    return m_decks[m_currentDeck]->player()->position();
+    return m_decks[m_currentDeck]->position();
 }
 
 qint64 AudioEngine::duration() const
 {
-    return m_decks[m_currentDeck]->player()->duration();
+    return m_decks[m_currentDeck]->duration();
 }
 
 qint64 AudioEngine::effectiveDuration() const
@@ -266,8 +270,7 @@ void AudioEngine::reloadSettings()
 {
     m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
     m_outputDevice = configuredOutputDevice();
-    for (Deck* deck : m_decks)
-        deck->setDevice(m_outputDevice);
+    m_router->setDevice(m_outputDevice);
 
     m_volume = readInt("audio/defaultVolume", 80) / 100.0;
     m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
@@ -316,9 +319,7 @@ void AudioEngine::onOutputsChanged()
                          fallback.description();
     qCWarning(lcPlayout).noquote() << line;
     m_outputDevice = fallback;
-    for (Deck* deck : m_decks)
-        deck->setDevice(fallback);
-    m_voiceover->setDevice(fallback);
+    m_router->setDevice(fallback);
     emit logMessage(line);
 }
 
@@ -382,6 +383,10 @@ void AudioEngine::playRow(int row)
     m_currentParams = m_current.isCommand || m_current.filePath.isEmpty()
                           ? TrackParams()
                           : TrackParams::load(m_current.filePath);
+    // As the settings are now: a row queued before they changed follows them when it starts.
+    m_useCuePoints = Settings::useCuePoints.read();
+    m_normalizeLoudness = Settings::normalizeLoudness.read();
+    m_targetLufs = Settings::targetLufs.read();
     m_currentAnalysis = TrackAnalysis();
     if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isCommand && !m_current.isStream &&
         !m_current.filePath.isEmpty())
@@ -401,7 +406,7 @@ void AudioEngine::playRow(int row)
             emit playingChanged(false);
             emit logMessage(PlayoutLog::stopCommand);
         } else if (command == QLatin1String("pause")) {
-            m_decks[m_currentDeck]->player()->pause();
+            m_decks[m_currentDeck]->pause();
             emit logMessage(PlayoutLog::pauseCommand);
         } else {
             emit logMessage(PlayoutLog::command + command);
@@ -444,6 +449,16 @@ void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
     Deck* deck = m_decks[index];
     deck->setTrackGain(m_plan.gain);
+    // The output goes no higher than full volume: a quiet track is raised only that far, and the
+    // plan (what a display shows) and the meters say what is really applied.
+    if (deck->effectiveTrackGain() < m_plan.gain) {
+        const QString line = PlayoutLog::gainCapped.arg(toDb(deck->effectiveTrackGain()), 0, 'f', 1)
+                                 .arg(toDb(m_plan.gain), 0, 'f', 1);
+        qCInfo(lcPlayout).noquote() << line << m_current.filePath;
+        emit logMessage(line);
+        m_plan.gain = deck->effectiveTrackGain();
+        deck->setTrackGain(m_plan.gain);
+    }
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
 
@@ -468,26 +483,26 @@ void AudioEngine::play()
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
-    QMediaPlayer* player = m_decks[m_currentDeck]->player();
-    if (player->source().isEmpty()) {
+    Deck* deck = m_decks[m_currentDeck];
+    if (deck->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
             playRow(std::max(m_currentRow, 0));
         return;
     }
-    player->play();
+    deck->resume();
 }
 
 void AudioEngine::pause()
 {
-    m_decks[m_currentDeck]->player()->pause();
+    m_decks[m_currentDeck]->pause();
 }
 
 void AudioEngine::togglePause()
 {
     if (isPlaying())
-        m_decks[m_currentDeck]->player()->pause();
+        m_decks[m_currentDeck]->pause();
     else
-        m_decks[m_currentDeck]->player()->play();
+        m_decks[m_currentDeck]->resume();
 }
 
 void AudioEngine::stop()
@@ -547,7 +562,7 @@ void AudioEngine::setVolume(int percent)
 
 void AudioEngine::setPosition(qint64 ms)
 {
-    m_decks[m_currentDeck]->player()->setPosition(ms);
+    m_decks[m_currentDeck]->setPosition(ms);
 }
 
 void AudioEngine::setDucked(bool ducked)
@@ -595,6 +610,13 @@ void AudioEngine::onDeckLevel(int index, const QAudioBuffer& buffer)
         emit audioBufferReady(buffer);
 }
 
+void AudioEngine::emitDeckLevels()
+{
+    const Deck* a = m_decks[0];
+    const Deck* b = m_decks[1];
+    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
+}
+
 void AudioEngine::onDeckPosition(int index, qint64 position)
 {
     if (index != m_currentDeck)
@@ -613,7 +635,7 @@ void AudioEngine::checkMix(qint64 position)
         return;
     }
     const Deck* deck = m_decks[m_currentDeck];
-    if (!m_crossfadeEnabled || deck->player()->duration() < 1)
+    if (!m_crossfadeEnabled || deck->duration() < 1)
         return;
     // A cue-out is the track's end for the mix as well.
     const qint64 duration = effectiveDuration();
@@ -721,7 +743,7 @@ void AudioEngine::onMetaData(int index)
 {
     if (!m_current.isStream || index != m_currentDeck)
         return;
-    const QString text = streamTitle(m_decks[index]->player()->metaData());
+    const QString text = streamTitle(m_decks[index]->metaData());
     if (text.isEmpty() || text == m_lastStreamTitle)
         return;
     m_lastStreamTitle = text;
@@ -767,7 +789,7 @@ void AudioEngine::startRelay(const QString& sourceText)
 
     m_resumeAfterRelay = isPlaying();
     if (m_resumeAfterRelay)
-        m_decks[m_currentDeck]->player()->pause();
+        m_decks[m_currentDeck]->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
     m_relay->start(source, configuredOutputDevice(), m_volume);
@@ -784,7 +806,7 @@ void AudioEngine::stopRelay()
     if (QSettings().value(QStringLiteral("relay/startNextOnStop"), false).toBool())
         next();
     else if (m_resumeAfterRelay && !isPlaying())
-        m_decks[m_currentDeck]->player()->play();
+        m_decks[m_currentDeck]->resume();
 }
 
 void AudioEngine::onRelayLive()
@@ -792,7 +814,7 @@ void AudioEngine::onRelayLive()
     endAllAirings(TrackEndReason::Relay);
     for (Deck* deck : m_decks) {
         if (deck->isPlaying())
-            deck->player()->pause();
+            deck->pause();
     }
     emit relayStateChanged(true, m_relay->source(), true);
     emit logMessage(PlayoutLog::relayLive);
@@ -801,7 +823,7 @@ void AudioEngine::onRelayLive()
 void AudioEngine::onRelayLost()
 {
     if (m_resumeAfterRelay && isValidRow(m_currentRow) && !isPlaying())
-        m_decks[m_currentDeck]->player()->play();
+        m_decks[m_currentDeck]->resume();
     emit relayStateChanged(true, m_relay->source(), false);
     emit logMessage(PlayoutLog::relayLost);
 }

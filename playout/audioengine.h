@@ -20,6 +20,7 @@
 #include <array>
 
 class Deck;
+class OutputRouter;
 class PlaylistModel;
 class QTimer;
 class Relay;
@@ -140,6 +141,8 @@ private:
     void stopBothDecks();
     void applyBothDecks();
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
+    // The decks' levels as they are now (after one fell silent).
+    void emitDeckLevels();
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
     // End of media or a reached cue-out on a deck.
@@ -170,6 +173,8 @@ private:
 
     QPointer<PlaylistModel> m_playlist;
     QList<QMetaObject::Connection> m_playlistConnections;
+    // Decks, relay and voiceover play on its device; a device change goes through it.
+    OutputRouter* m_router = nullptr;
     std::array<Deck*, 2> m_decks{};
     int m_currentDeck = 0;
     int m_currentRow = -1;
