@@ -448,6 +448,10 @@ void AudioEngine::playRow(int row)
 void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
     Deck* deck = m_decks[index];
+    // Levels are measured only for someone: a meter listening, or a mix triggered by level.
+    deck->setMetering(isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::levels)) ||
+                      isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::audioBufferReady)) ||
+                      m_mix.triggerMixEnabled);
     deck->setTrackGain(m_plan.gain);
     // The output goes no higher than full volume: a quiet track is raised only that far, and the
     // plan (what a display shows) and the meters say what is really applied.

@@ -34,6 +34,20 @@ AudioPlayer::AudioPlayer(Metering metering, QObject* parent) : QObject(parent)
     connect(m_player, &QMediaPlayer::metaDataChanged, this, &AudioPlayer::metaDataChanged);
 }
 
+void AudioPlayer::setMetering(bool on)
+{
+    if (!m_levels)
+        return;
+    m_levels->setEnabled(on);
+    if (!on)
+        fallSilent();
+}
+
+bool AudioPlayer::isMetering() const
+{
+    return m_levels && m_levels->isEnabled();
+}
+
 void AudioPlayer::setSource(const QUrl& source)
 {
     m_player->setSource(source);

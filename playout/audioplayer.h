@@ -52,6 +52,9 @@ public:
     bool levelValid() const { return m_levelValid; }
     // Null when not metered.
     LevelSource* levelSource() const { return m_levels; }
+    // A metered player measures only while this is on (on by default).
+    void setMetering(bool on);
+    bool isMetering() const;
 
 signals:
     void positionChanged(qint64 position);

@@ -126,6 +126,16 @@ void Deck::stop()
     m_player->stop();
 }
 
+void Deck::setMetering(bool on)
+{
+    m_player->setMetering(on);
+}
+
+bool Deck::isMetering() const
+{
+    return m_player->isMetering();
+}
+
 void Deck::pause()
 {
     m_player->pause();

@@ -44,6 +44,11 @@ public:
     // Seeks the loaded track (ms).
     void setPosition(qint64 ms);
 
+    // Whether the deck measures its level (on by default). Off, levelMeasured is never emitted
+    // and no level is valid; a mix triggered by level then never fires.
+    void setMetering(bool on);
+    bool isMetering() const;
+
     // Master volume (linear 0..1) and ducking, applied on top of the fade gain.
     void setMix(double masterVolume, bool ducked);
     // Extra linear gain of the loaded track (loudness and its own level); 1.0 leaves it as is.

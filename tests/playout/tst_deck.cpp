@@ -131,6 +131,40 @@ private slots:
         QCOMPARE(deck.outputVolume(), 0.0f);
         QCOMPARE(deck.gain(), 0.0);
     }
+
+    void theLevelIsWhatIsHeardAndFallsWhenTheDeckStops()
+    {
+        Deck deck;
+        deck.setMix(0.8, false);
+        deck.setTrackGain(4.0); // asks for 12 dB more than the output can give
+        QCOMPARE(deck.effectiveTrackGain(), 1.25);
+        QSignalSpy fell(&deck, &Deck::levelFell);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.levelValid() && deck.levelLeft() > 0.1, 10000);
+        // The tone's 0.5 at full output volume, not 0.5 x 4 x 0.8.
+        QVERIFY2(deck.levelLeft() > 0.45 && deck.levelLeft() < 0.51, qPrintable(QString::number(deck.levelLeft())));
+        deck.stop();
+        QVERIFY(fell.count() >= 1);
+        QCOMPARE(deck.levelLeft(), 0.0);
+        QCOMPARE(deck.levelRight(), 0.0);
+        QVERIFY(!deck.levelValid());
+    }
+
+    void aDeckThatIsNotMeteredMeasuresNothingUntilItIs()
+    {
+        Deck deck;
+        deck.setMetering(false);
+        QVERIFY(!deck.isMetering());
+        QSignalSpy measured(&deck, &Deck::levelMeasured);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.position() > 1000, 10000);
+        QCOMPARE(measured.count(), 0);
+        QVERIFY(!deck.levelValid());
+        deck.setMetering(true);
+        QTRY_VERIFY_WITH_TIMEOUT(measured.count() > 0, 10000);
+        QVERIFY(deck.levelValid());
+        deck.stop();
+    }
 };
 
 QTEST_MAIN(TestDeck)
