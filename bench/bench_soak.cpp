@@ -2,7 +2,9 @@
 // other (crossfade off, every row to its end) and the resident memory is printed as it goes. After
 // a warm-up the growth per 1,000 tracks is what a station that never restarts would see.
 // Run it with a sound server (scripts/with-sound.sh's null sink or a real card).
-// Usage: bench_soak [tracks [warm-up tracks]]   (defaults 1200 and 200)
+// Usage: bench_soak [--metered] [tracks [warm-up tracks]]   (defaults 1200 and 200)
+// --metered listens to the engine's levels as the studio's meters do; without it the engine runs
+// as the headless runner does, with nobody metering.
 // Goal: flat after warm-up, under 1 MB per 1,000 tracks.
 
 #include "audioengine.h"
@@ -20,6 +22,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <unistd.h>
 
@@ -66,8 +69,10 @@ int main(int argc, char* argv[])
     QCoreApplication::setOrganizationName(QStringLiteral("OndaroBench"));
     QCoreApplication::setApplicationName(QStringLiteral("bench_soak"));
 
-    const int total = argc > 1 ? std::max(QString::fromLocal8Bit(argv[1]).toInt(), 2) : 1200;
-    const int warmUp = argc > 2 ? std::clamp(QString::fromLocal8Bit(argv[2]).toInt(), 1, total - 1) : 200;
+    QStringList arguments = app.arguments().mid(1);
+    const bool metered = arguments.removeAll(QStringLiteral("--metered")) > 0;
+    const int total = arguments.size() > 0 ? std::max(arguments.at(0).toInt(), 2) : 1200;
+    const int warmUp = arguments.size() > 1 ? std::clamp(arguments.at(1).toInt(), 1, total - 1) : 200;
 
     // As the programs do: track parameters and analysis are read from the library at each start.
     if (!MusicLibrary::initialize()) {
@@ -97,12 +102,17 @@ int main(int argc, char* argv[])
     }
     AudioEngine engine;
     engine.setPlaylist(&playlist);
+    double loudest = 0.0;
+    if (metered)
+        QObject::connect(&engine, &AudioEngine::levels, &app,
+                         [&loudest](double left, double right) { loudest = std::max({loudest, left, right}); });
 
     int started = 0;
     qint64 warmKb = -1;
     QElapsedTimer clock;
     clock.start();
-    std::printf("tracks of %.1f s, %d files, %d tracks, warm-up %d\n", trackSeconds, fileCount, total, warmUp);
+    std::printf("tracks of %.1f s, %d files, %d tracks, warm-up %d, %s\n", trackSeconds, fileCount, total, warmUp,
+                metered ? "metered" : "not metered");
     std::printf("%8s %10s %10s\n", "tracks", "RSS kB", "seconds");
     QObject::connect(&engine, &AudioEngine::currentRowChanged, &app, [&](int) {
         ++started;
@@ -126,6 +136,8 @@ int main(int argc, char* argv[])
         return 1;
     }
     std::printf("played %d tracks in %.1f s\n", started, clock.elapsed() / 1000.0);
+    if (metered)
+        std::printf("loudest level metered: %.3f\n", loudest);
     std::printf("RSS after warm-up %lld kB, at the end %lld kB\n", warmKb, endKb);
     std::printf("growth after warm-up: %.0f kB per 1,000 tracks (goal < 1024)\n",
                 double(endKb - warmKb) * 1000.0 / measured);
