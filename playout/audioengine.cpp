@@ -3,6 +3,7 @@
 #include "deck.h"
 #include "mixrules.h"
 #include "outputdevice.h"
+#include "outputrouter.h"
 #include "outputwatcher.h"
 #include "playlistmodel.h"
 #include "playoutlog.h"
@@ -59,12 +60,14 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     qRegisterMetaType<TrackEndReason>("TrackEndReason");
     qRegisterMetaType<RelayState>("RelayState");
 
+    m_router = new OutputRouter(this);
     m_sequencer = new PlayoutSequencer(this, this);
     m_info = new TrackInfoCache(this);
     setupDeck(0);
     setupDeck(1);
-    m_voiceover = new VoiceoverPlayer(this);
-    m_relay = new Relay(this);
+    m_voiceover = new VoiceoverPlayer(this, m_router);
+    m_relay = new Relay(this, m_router);
+    connect(m_relay, &Relay::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(m_relay, &Relay::stateChanged, this,
             [this](RelayState state) { emit relayStatusChanged(state, m_relay->source()); });
     connect(m_relay, &Relay::wentLive, this, &AudioEngine::onRelayLive);
@@ -94,15 +97,14 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_mixPointTimer->setSingleShot(true);
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
-            [this] { checkMix(m_decks[m_currentDeck]->player()->position()); });
+            [this] { checkMix(m_decks[m_currentDeck]->position()); });
     connect(new OutputWatcher(this), &OutputWatcher::outputsChanged, this, &AudioEngine::onOutputsChanged);
 }
 
 void AudioEngine::setupDeck(int index)
 {
-    Deck* deck = new Deck(this);
+    Deck* deck = new Deck(this, m_router);
     m_decks[index] = deck;
-    QMediaPlayer* player = deck->player();
     connect(deck, &Deck::levelMeasured, this,
             [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
     connect(deck, &Deck::beganToSound, this, [this](int row, const Track& track, const QDateTime& startedAt) {
@@ -110,18 +112,19 @@ void AudioEngine::setupDeck(int index)
         emit trackStarted(row, track, startedAt);
     });
     connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index, false); });
-    connect(player, &QMediaPlayer::positionChanged, this,
+    connect(deck, &Deck::levelFell, this, &AudioEngine::emitDeckLevels);
+    connect(deck, &Deck::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
-    connect(player, &QMediaPlayer::durationChanged, this, [this, index](qint64 duration) {
+    connect(deck, &Deck::durationChanged, this, [this, index](qint64 duration) {
         if (index == m_currentDeck)
             emit durationChanged(duration);
     });
-    connect(player, &QMediaPlayer::playbackStateChanged, this,
+    connect(deck, &Deck::playbackStateChanged, this,
             [this](QMediaPlayer::PlaybackState) { emit playingChanged(isPlaying()); });
-    connect(player, &QMediaPlayer::mediaStatusChanged, this,
+    connect(deck, &Deck::mediaStatusChanged, this,
             [this, index](QMediaPlayer::MediaStatus status) { onMediaStatus(index, status); });
-    connect(player, &QMediaPlayer::errorOccurred, this, &AudioEngine::onPlayerError);
-    connect(player, &QMediaPlayer::metaDataChanged, this, [this, index] { onMetaData(index); });
+    connect(deck, &Deck::errorOccurred, this, &AudioEngine::onPlayerError);
+    connect(deck, &Deck::metaDataChanged, this, [this, index] { onMetaData(index); });
 }
 
 void AudioEngine::setPlaylist(PlaylistModel* model)
@@ -209,12 +212,12 @@ bool AudioEngine::isPlaying() const
 
 qint64 AudioEngine::position() const
 {
-    return m_decks[m_currentDeck]->player()->position();
+    return m_decks[m_currentDeck]->position();
 }
 
 qint64 AudioEngine::duration() const
 {
-    return m_decks[m_currentDeck]->player()->duration();
+    return m_decks[m_currentDeck]->duration();
 }
 
 qint64 AudioEngine::effectiveDuration() const
@@ -309,8 +312,7 @@ void AudioEngine::reloadSettings()
 {
     m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
     m_outputDevice = configuredOutputDevice();
-    for (Deck* deck : m_decks)
-        deck->setDevice(m_outputDevice);
+    m_router->setDevice(m_outputDevice);
 
     m_volume = readInt("audio/defaultVolume", 80) / 100.0;
     m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
@@ -366,9 +368,7 @@ void AudioEngine::onOutputsChanged()
                          fallback.description();
     qCWarning(lcPlayout).noquote() << line;
     m_outputDevice = fallback;
-    for (Deck* deck : m_decks)
-        deck->setDevice(fallback);
-    m_voiceover->setDevice(fallback);
+    m_router->setDevice(fallback);
     emit logMessage(line);
 }
 
@@ -421,6 +421,10 @@ void AudioEngine::takeRow(int row)
     m_mixTriggered = false;
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
+    // As the settings are now: a row queued before they changed follows them when it starts.
+    m_useCuePoints = Settings::useCuePoints.read();
+    m_normalizeLoudness = Settings::normalizeLoudness.read();
+    m_targetLufs = Settings::targetLufs.read();
     // Taken once here from what was read ahead, never from the store itself: the mix check and
     // the voiceover use these until the next row is taken.
     m_currentParams = TrackParams();
@@ -466,7 +470,12 @@ void AudioEngine::takeRow(int row)
     }
 
     endAllAirings(TrackEndReason::Skip);
-    if (!m_crossfadeEnabled || !isPlaying()) {
+    if (m_handingOver) {
+        // The outgoing deck plays out its last milliseconds and is stopped by its own end.
+        m_currentDeck = 1 - m_currentDeck;
+        stopDeck(m_currentDeck);
+        startOnDeck(m_currentDeck, row, false);
+    } else if (!m_crossfadeEnabled || !isPlaying()) {
         stopBothDecks();
         startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
     } else {
@@ -484,9 +493,23 @@ void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
     Deck* deck = m_decks[index];
     // A player left in error by a file it could not decode would take the same file again as
     // sounding at once; it loads it afresh instead.
-    if (deck->player()->error() != QMediaPlayer::NoError)
-        deck->player()->setSource(QUrl());
+    if (deck->hasPlayerError())
+        deck->unload();
+    // Levels are measured only for someone: a meter listening, or a mix triggered by level.
+    deck->setMetering(isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::levels)) ||
+                      isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::audioBufferReady)) ||
+                      m_mix.triggerMixEnabled);
     deck->setTrackGain(m_plan.gain);
+    // The output goes no higher than full volume: a quiet track is raised only that far, and the
+    // plan (what a display shows) and the meters say what is really applied.
+    if (deck->effectiveTrackGain() < m_plan.gain) {
+        const QString line = PlayoutLog::gainCapped.arg(toDb(deck->effectiveTrackGain()), 0, 'f', 1)
+                                 .arg(toDb(m_plan.gain), 0, 'f', 1);
+        qCInfo(lcPlayout).noquote() << line << m_current.filePath;
+        emit logMessage(line);
+        m_plan.gain = deck->effectiveTrackGain();
+        deck->setTrackGain(m_plan.gain);
+    }
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
 
@@ -511,31 +534,31 @@ void AudioEngine::play()
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
-    QMediaPlayer* player = m_decks[m_currentDeck]->player();
-    if (player->source().isEmpty()) {
+    Deck* deck = m_decks[m_currentDeck];
+    if (deck->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
             playRow(std::max(currentRow(), 0));
         return;
     }
     // A row held before it ever sounded is watched again, as when it was taken.
     m_sequencer->resumeSilentWait();
-    player->play();
+    deck->resume();
 }
 
 void AudioEngine::pause()
 {
     m_sequencer->cancelSilentWait();
-    m_decks[m_currentDeck]->player()->pause();
+    m_decks[m_currentDeck]->pause();
 }
 
 void AudioEngine::togglePause()
 {
     if (isPlaying()) {
         m_sequencer->cancelSilentWait();
-        m_decks[m_currentDeck]->player()->pause();
+        m_decks[m_currentDeck]->pause();
     } else {
         m_sequencer->resumeSilentWait();
-        m_decks[m_currentDeck]->player()->play();
+        m_decks[m_currentDeck]->resume();
     }
 }
 
@@ -553,12 +576,12 @@ void AudioEngine::haltDecks()
 
 void AudioEngine::holdDeck()
 {
-    m_decks[m_currentDeck]->player()->pause();
+    m_decks[m_currentDeck]->pause();
 }
 
 void AudioEngine::resumeDeck()
 {
-    m_decks[m_currentDeck]->player()->play();
+    m_decks[m_currentDeck]->resume();
 }
 
 bool AudioEngine::isSounding() const
@@ -607,7 +630,7 @@ void AudioEngine::setVolume(int percent)
 
 void AudioEngine::setPosition(qint64 ms)
 {
-    m_decks[m_currentDeck]->player()->setPosition(ms);
+    m_decks[m_currentDeck]->setPosition(ms);
 }
 
 void AudioEngine::setDucked(bool ducked)
@@ -655,6 +678,13 @@ void AudioEngine::onDeckLevel(int index, const QAudioBuffer& buffer)
         emit audioBufferReady(buffer);
 }
 
+void AudioEngine::emitDeckLevels()
+{
+    const Deck* a = m_decks[0];
+    const Deck* b = m_decks[1];
+    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
+}
+
 void AudioEngine::onDeckPosition(int index, qint64 position)
 {
     if (index != m_currentDeck)
@@ -668,8 +698,12 @@ void AudioEngine::checkMix(qint64 position)
 {
     if (m_mixTriggered || !m_autoPlayNext)
         return;
+    if (!m_crossfadeEnabled) {
+        checkHandover(position);
+        return;
+    }
     const Deck* deck = m_decks[m_currentDeck];
-    if (!m_crossfadeEnabled || deck->player()->duration() < 1)
+    if (!m_crossfadeEnabled || deck->duration() < 1)
         return;
     // A cue-out is the track's end for the mix as well.
     const qint64 duration = effectiveDuration();
@@ -707,6 +741,35 @@ void AudioEngine::checkMix(qint64 position)
     m_sequencer->mixInto(nextRow);
 }
 
+// A deck is heard only some time after it is started (the start lead). Waiting for the end of the
+// current track before starting the next leaves that much silence, so the next row is started
+// on the other deck the start lead before the end; the current deck plays out to its end (or
+// cue-out), unflushed, and its end stops it. Rows whose end cannot be known ahead (streams,
+// shuffle, command rows, missing files) keep the plain start at the end.
+void AudioEngine::checkHandover(qint64 position)
+{
+    const Deck* deck = m_decks[m_currentDeck];
+    if (m_current.isCommand || m_current.isStream || isShuffle() || !deck->isPlaying())
+        return;
+    const qint64 end = effectiveDuration();
+    const int following = nextRow();
+    if (end < 1 || !isValidRow(following) || isCommandRow(following) ||
+        sourceOf(m_playlist->tracks().at(following)).isEmpty())
+        return;
+    const qint64 remaining = end - position;
+    const qint64 untilHandover = remaining - m_decks[1 - m_currentDeck]->startLeadMs();
+    if (untilHandover > 0) {
+        if (untilHandover < positionReportMs)
+            m_mixPointTimer->start(int(untilHandover));
+        return;
+    }
+    m_mixTriggered = true;
+    endAiring(m_currentDeck, TrackEndReason::End);
+    m_handingOver = true;
+    m_sequencer->currentRowEnded(true);
+    m_handingOver = false;
+}
+
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
     if (status == QMediaPlayer::EndOfMedia)
@@ -716,14 +779,14 @@ void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 void AudioEngine::onTrackEnd(int index, bool endOfMedia)
 {
     if (endOfMedia && index == m_currentDeck && !m_current.isCommand) {
-        const qint64 known = std::max(m_decks[index]->player()->duration(), m_current.durationMs);
+        const qint64 known = std::max(m_decks[index]->duration(), m_current.durationMs);
         if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
             // The end of what the deck played before this row was taken (Next pressed as a track
             // ended): the row just started goes on, and nothing moves on a second time.
             qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken() << "ms after taking row"
                                  << currentRow() << "ignored as stale";
             if (!m_decks[index]->isPlaying())
-                m_decks[index]->player()->play();
+                m_decks[index]->resume();
             return;
         }
     }
@@ -747,7 +810,7 @@ void AudioEngine::onMetaData(int index)
 {
     if (!m_current.isStream || index != m_currentDeck)
         return;
-    const QString text = streamTitle(m_decks[index]->player()->metaData());
+    const QString text = streamTitle(m_decks[index]->metaData());
     if (text.isEmpty() || text == m_lastStreamTitle)
         return;
     m_lastStreamTitle = text;
@@ -792,7 +855,7 @@ void AudioEngine::startRelay(const QString& sourceText)
         stopRelay();
 
     if (m_sequencer->relayStarting(isPlaying()))
-        m_decks[m_currentDeck]->player()->pause();
+        m_decks[m_currentDeck]->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
     m_relay->start(source, configuredOutputDevice(), m_volume);
@@ -814,7 +877,7 @@ void AudioEngine::onRelayLive()
     endAllAirings(TrackEndReason::Relay);
     for (Deck* deck : m_decks) {
         if (deck->isPlaying())
-            deck->player()->pause();
+            deck->pause();
     }
     emit relayStateChanged(true, m_relay->source(), true);
     emit logMessage(PlayoutLog::relayLive);

@@ -21,6 +21,7 @@
 #include <array>
 
 class Deck;
+class OutputRouter;
 class PlaylistModel;
 class PlayoutSequencer;
 class QTimer;
@@ -168,6 +169,8 @@ private:
     void stopBothDecks();
     void applyBothDecks();
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
+    // The decks' levels as they are now (after one fell silent).
+    void emitDeckLevels();
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
     // End of media (endOfMedia) or a reached cue-out on a deck.
@@ -175,6 +178,8 @@ private:
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);
+    // Crossfade off: starts the next row on the other deck the start lead before the end.
+    void checkHandover(qint64 position);
     bool isCommandRow(int row) const;
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
@@ -196,6 +201,8 @@ private:
 
     QPointer<PlaylistModel> m_playlist;
     QList<QMetaObject::Connection> m_playlistConnections;
+    // Decks, relay and voiceover play on its device; a device change goes through it.
+    OutputRouter* m_router = nullptr;
     std::array<Deck*, 2> m_decks{};
     PlayoutSequencer* m_sequencer = nullptr;
     TrackInfoCache* m_info = nullptr;
@@ -227,4 +234,6 @@ private:
     // Positions arrive only about every 100 ms; when the mix point falls between two reports this
     // single-shot timer runs the mix check at the point itself instead of up to 100 ms late.
     QTimer* m_mixPointTimer = nullptr;
+    // Set while checkHandover starts the next row: the outgoing deck is left to play to its end.
+    bool m_handingOver = false;
 };

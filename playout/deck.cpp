@@ -1,34 +1,48 @@
 #include "deck.h"
 
-#include "levelsource.h"
+#include "audioplayer.h"
 #include "mixrules.h"
+#include "outputrouter.h"
 
-#include <QAudioOutput>
 #include <QTimer>
 
 #include <algorithm>
 
-Deck::Deck(QObject* parent) : QObject(parent)
+Deck::Deck(QObject* parent, OutputRouter* router) : QObject(parent)
 {
-    m_player = new QMediaPlayer(this);
-    m_output = new QAudioOutput(this);
-    m_player->setAudioOutput(m_output);
-    m_levels = new LevelSource(m_player, this);
+    m_player = new AudioPlayer(AudioPlayer::Metering::On, this);
+    if (router)
+        router->add(m_player);
     m_fadeTimer = new QTimer(this);
     m_fadeTimer->setInterval(DeckFade::tickMs);
     // Fades are heard: keep the steps even rather than coalesced with other timers.
     m_fadeTimer->setTimerType(Qt::PreciseTimer);
 
     connect(m_fadeTimer, &QTimer::timeout, this, &Deck::onFadeTick);
-    connect(m_levels, &LevelSource::bufferReady, this, &Deck::onBuffer);
-    // Connected before anyone else can connect to the player, so that the airing is up to date
-    // when the engine hears of the same change.
-    connect(m_player, &QMediaPlayer::playbackStateChanged, this, &Deck::onPlaybackState);
-    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, &Deck::onMediaStatus);
-    connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
+    connect(m_player, &AudioPlayer::bufferReady, this, &Deck::levelMeasured);
+    connect(m_player, &AudioPlayer::levelChanged, this, [this] {
+        if (!m_player->isPlaying() || !m_player->levelValid())
+            emit levelFell();
+    });
+    // The deck's own handling runs first, so that the airing is up to date when the engine hears
+    // of the same change.
+    connect(m_player, &AudioPlayer::playbackStateChanged, this, [this](QMediaPlayer::PlaybackState state) {
+        onPlaybackState(state);
+        emit playbackStateChanged(state);
+    });
+    connect(m_player, &AudioPlayer::mediaStatusChanged, this, [this](QMediaPlayer::MediaStatus status) {
+        onMediaStatus(status);
+        emit mediaStatusChanged(status);
+    });
+    connect(m_player, &AudioPlayer::durationChanged, this, &Deck::durationChanged);
+    connect(m_player, &AudioPlayer::errorOccurred, this, &Deck::errorOccurred);
+    connect(m_player, &AudioPlayer::metaDataChanged, this, &Deck::metaDataChanged);
+    connect(m_player, &AudioPlayer::positionChanged, this, [this](qint64 position) {
+        measureStartLead(position);
         checkSeek(position);
         checkSounding();
         checkCueOut(position);
+        emit positionChanged(position);
     });
     m_cueOutTimer = new QTimer(this);
     m_cueOutTimer->setSingleShot(true);
@@ -67,11 +81,25 @@ void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, i
     // position reports, muted until the position is there: nothing before the cue-in is heard.
     if (startAtMs > 0) {
         m_seekToMs = startAtMs;
-        m_output->setMuted(true);
+        m_player->setMuted(true);
     }
     m_player->play();
+    // Only a start from the top tells the lead: a cue-in is reached by seeking first.
+    if (startAtMs > 0 || !m_hasSource)
+        m_sinceStart.invalidate();
+    else
+        m_sinceStart.start();
     if (fadeIn)
         fadeTo(1.0, fadeInMs, false);
+}
+
+void Deck::measureStartLead(qint64 position)
+{
+    if (!m_sinceStart.isValid() || position <= 0)
+        return;
+    // The position is that of what is heard: the sound began `position` ms before this report.
+    m_leads.add(m_sinceStart.elapsed() - position);
+    m_sinceStart.invalidate();
 }
 
 void Deck::fadeTo(double target, int ms, bool stopAtEnd)
@@ -91,10 +119,99 @@ void Deck::fadeTo(double target, int ms, bool stopAtEnd)
 
 void Deck::stop()
 {
+    m_sinceStart.invalidate();
     clearSeek();
     m_cueOutTimer->stop();
     m_fadeTimer->stop();
     m_player->stop();
+}
+
+void Deck::setMetering(bool on)
+{
+    m_player->setMetering(on);
+}
+
+bool Deck::isMetering() const
+{
+    return m_player->isMetering();
+}
+
+void Deck::pause()
+{
+    m_player->pause();
+}
+
+void Deck::resume()
+{
+    m_player->play();
+}
+
+void Deck::setPosition(qint64 ms)
+{
+    m_player->setPosition(ms);
+}
+
+QMediaPlayer::PlaybackState Deck::state() const
+{
+    return m_player->playbackState();
+}
+
+QMediaPlayer::MediaStatus Deck::mediaStatus() const
+{
+    return m_player->mediaStatus();
+}
+
+QUrl Deck::source() const
+{
+    return m_player->source();
+}
+
+bool Deck::hasPlayerError() const
+{
+    return m_player->error() != QMediaPlayer::NoError;
+}
+
+void Deck::unload()
+{
+    m_player->setSource(QUrl());
+}
+
+qint64 Deck::position() const
+{
+    return m_player->position();
+}
+
+qint64 Deck::duration() const
+{
+    return m_player->duration();
+}
+
+QMediaMetaData Deck::metaData() const
+{
+    return m_player->metaData();
+}
+
+double Deck::levelLeft() const
+{
+    return m_player->levelLeft();
+}
+
+double Deck::levelRight() const
+{
+    return m_player->levelRight();
+}
+
+bool Deck::levelValid() const
+{
+    return m_player->levelValid();
+}
+
+double Deck::effectiveTrackGain() const
+{
+    // At full fade and unducked the output gets trackGain x master; it stops at 1.0.
+    if (m_masterVolume <= 0.0)
+        return m_trackGain;
+    return std::min(m_trackGain, 1.0 / m_masterVolume);
 }
 
 void Deck::onFadeTick()
@@ -122,39 +239,27 @@ void Deck::setTrackGain(double gain)
 
 void Deck::applyVolume()
 {
-    m_output->setVolume(float(effectiveVolume(m_fade.gain * m_trackGain, m_masterVolume, m_ducked)));
+    m_player->setVolume(effectiveVolume(m_fade.gain * m_trackGain, m_masterVolume, m_ducked));
 }
 
 void Deck::setDevice(const QAudioDevice& device)
 {
-    m_output->setDevice(device);
+    m_player->setDevice(device);
 }
 
 QAudioDevice Deck::device() const
 {
-    return m_output->device();
+    return m_player->device();
 }
 
 double Deck::outputVolume() const
 {
-    return m_output->volume();
+    return m_player->volume();
 }
 
 bool Deck::fading() const
 {
     return m_fadeTimer->isActive();
-}
-
-void Deck::onBuffer(const QAudioBuffer& buffer)
-{
-    const PeakLevels peaks = peakLevels(buffer);
-    if (!peaks.valid)
-        return;
-    const double factor = m_fade.gain * m_trackGain * m_masterVolume * (m_ducked ? duckFactor : 1.0);
-    m_levelLeft = peaks.left * factor;
-    m_levelRight = peaks.right * factor;
-    m_levelValid = true;
-    emit levelMeasured(buffer);
 }
 
 qint64 Deck::playedMs() const
@@ -200,7 +305,7 @@ void Deck::onMediaStatus(QMediaPlayer::MediaStatus status)
 void Deck::clearSeek()
 {
     if (m_seekToMs > 0)
-        m_output->setMuted(false);
+        m_player->setMuted(false);
     m_seekToMs = -1;
 }
 

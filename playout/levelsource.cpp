@@ -7,6 +7,11 @@
 
 void LevelSource::setDecodeAhead(qint64, qint64) {}
 
+void LevelSource::setEnabled(bool on)
+{
+    enabled = on;
+}
+
 qint64 LevelSource::decodedAheadMs() const
 {
     return 0;
@@ -16,7 +21,10 @@ LevelSource::LevelSource(QMediaPlayer* player, QObject* parent) : QObject(parent
 {
     auto* output = new QAudioBufferOutput(this);
     player->setAudioBufferOutput(output);
-    connect(output, &QAudioBufferOutput::audioBufferReceived, this, &LevelSource::bufferReady);
+    connect(output, &QAudioBufferOutput::audioBufferReceived, this, [this](const QAudioBuffer& buffer) {
+        if (enabled)
+            emit bufferReady(buffer);
+    });
 }
 
 #else
@@ -52,6 +60,17 @@ LevelSource::LevelSource(QMediaPlayer* player, QObject* parent) : QObject(parent
     });
 }
 
+void LevelSource::setEnabled(bool on)
+{
+    if (on == enabled)
+        return;
+    enabled = on;
+    if (!enabled)
+        reset();
+    else if (player->playbackState() == QMediaPlayer::PlayingState && !decodingStarted)
+        restart();
+}
+
 void LevelSource::setDecodeAhead(qint64 limitMs, qint64 refillMs)
 {
     aheadLimitUs = limitMs * 1000;
@@ -78,7 +97,7 @@ void LevelSource::restart()
 {
     reset();
     const QUrl source = player->source();
-    if (source.isEmpty())
+    if (source.isEmpty() || !enabled)
         return;
     decoder->setSource(source);
     decoder->start();

@@ -28,12 +28,19 @@ public:
     void setDecodeAhead(qint64 limitMs, qint64 refillMs);
     // Decoded audio not yet reached by the player, in milliseconds (0 from Qt 6.8).
     qint64 decodedAheadMs() const;
+    // Whether buffers are wanted at all. Before Qt 6.8 every decoding run of a track costs a few
+    // kilobytes that the multimedia backend never gives back, so a player nobody meters decodes
+    // nothing. On by default; switched on while playing, the decoding starts at once.
+    void setEnabled(bool enabled);
+    bool isEnabled() const { return enabled; }
 
 signals:
     void bufferReady(const QAudioBuffer& buffer);
 
-#if QT_VERSION < QT_VERSION_CHECK(6, 8, 0)
 private:
+    bool enabled = true;
+#if QT_VERSION < QT_VERSION_CHECK(6, 8, 0)
+
     void restart();
     void reset();
     void onDecoded();

@@ -32,5 +32,8 @@ inline const QString defaultParameters = QStringLiteral("Parameters not read yet
 // "Output device lost: <device> - moved to the system default <device>".
 inline const QString outputLost = QStringLiteral("Output device lost: ");
 inline const QString outputMoved = QStringLiteral(" - moved to the system default ");
+// Loudness normalisation asked for more than full output volume: "%1" the dB applied, "%2" asked.
+inline const QString gainCapped =
+    QStringLiteral("Loudness raised by %1 dB only, not %2 dB: the output is at full volume");
 
 } // namespace PlayoutLog

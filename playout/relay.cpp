@@ -1,12 +1,11 @@
 #include "relay.h"
 
-#include "levelsource.h"
+#include "audioplayer.h"
+#include "outputrouter.h"
 #include "playoutlogging.h"
 #include "streamtitle.h"
 
-#include <QAudioOutput>
 #include <QMediaMetaData>
-#include <QMediaPlayer>
 #include <QTimer>
 #include <QUrl>
 
@@ -18,7 +17,7 @@ constexpr qint64 stallMs = 5000;
 
 } // namespace
 
-Relay::Relay(QObject* parent) : QObject(parent)
+Relay::Relay(QObject* parent, OutputRouter* router) : QObject(parent), m_router(router)
 {
     m_reconnectTimer = new QTimer(this);
     m_reconnectTimer->setInterval(reconnectMs);
@@ -59,43 +58,47 @@ void Relay::setState(RelayState state)
 void Relay::setVolume(double volume)
 {
     m_volume = volume;
-    if (m_output)
-        m_output->setVolume(float(volume));
+    if (m_player)
+        m_player->setVolume(volume);
 }
 
 void Relay::setDevice(const QAudioDevice& device)
 {
     m_device = device;
-    if (m_output)
-        m_output->setDevice(device);
+    if (m_player)
+        m_player->setDevice(device);
 }
 
 QString Relay::outputDeviceDescription() const
 {
-    return m_output ? m_output->device().description() : QString();
+    return m_player ? m_player->device().description() : QString();
 }
 
 void Relay::createPlayer()
 {
-    m_player = new QMediaPlayer(this);
-    m_output = new QAudioOutput(this);
-    m_output->setDevice(m_device);
-    m_output->setVolume(float(m_volume));
-    m_player->setAudioOutput(m_output);
-    m_levels = new LevelSource(m_player, this);
-    connect(m_levels, &LevelSource::bufferReady, this, &Relay::bufferReady);
-    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, &Relay::onMediaStatus);
-    connect(m_player, &QMediaPlayer::errorOccurred, this, [this](QMediaPlayer::Error, const QString& text) {
+    m_player = new AudioPlayer(AudioPlayer::Metering::On, this);
+    if (m_router)
+        m_router->add(m_player);
+    // The device chosen at the relay's start, whatever the router had before.
+    m_player->setDevice(m_device);
+    m_player->setVolume(m_volume);
+    connect(m_player, &AudioPlayer::bufferReady, this, &Relay::bufferReady);
+    connect(m_player, &AudioPlayer::levelChanged, this, [this] {
+        if (!m_player->isPlaying() || !m_player->levelValid())
+            emit levelFell();
+    });
+    connect(m_player, &AudioPlayer::mediaStatusChanged, this, &Relay::onMediaStatus);
+    connect(m_player, &AudioPlayer::errorOccurred, this, [this](QMediaPlayer::Error, const QString& text) {
         qCWarning(lcPlayout) << "relay player error:" << text << "source:" << m_source;
         emit errorOccurred(text);
     });
-    connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 position) {
+    connect(m_player, &AudioPlayer::positionChanged, this, [this](qint64 position) {
         if (position != m_lastPosition) {
             m_lastPosition = position;
             m_sincePositionMoved.restart();
         }
     });
-    connect(m_player, &QMediaPlayer::metaDataChanged, this, &Relay::onMetaData);
+    connect(m_player, &AudioPlayer::metaDataChanged, this, &Relay::onMetaData);
     m_player->setSource(QUrl::fromUserInput(m_source));
     m_player->play();
 }
@@ -104,32 +107,23 @@ void Relay::releasePlayer()
 {
     m_stallTimer->stop();
     if (m_player) {
-        QMediaPlayer* player = m_player;
-        QAudioOutput* output = m_output;
-        LevelSource* levels = m_levels;
+        AudioPlayer* player = m_player;
         player->disconnect(this);
-        levels->disconnect(this);
-        output->setMuted(true);
-        const auto dispose = [player, output, levels] {
-            player->deleteLater();
-            output->deleteLater();
-            levels->deleteLater();
-        };
+        player->setMuted(true);
         if (player->mediaStatus() == QMediaPlayer::LoadingMedia) {
             // Tearing down an attempt that still waits for the server blocks this thread for
             // about a second in the backend; let it run into its own time-out first.
-            connect(player, &QMediaPlayer::mediaStatusChanged, output, [player, dispose] {
+            connect(player, &AudioPlayer::mediaStatusChanged, player, [player] {
                 if (player->mediaStatus() != QMediaPlayer::LoadingMedia)
-                    dispose();
+                    player->deleteLater();
             });
         } else {
             player->stop();
-            dispose();
+            player->deleteLater();
         }
+        emit levelFell();
     }
     m_player = nullptr;
-    m_output = nullptr;
-    m_levels = nullptr;
 }
 
 void Relay::onMediaStatus()

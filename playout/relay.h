@@ -7,10 +7,9 @@
 #include <QObject>
 #include <QString>
 
-class LevelSource;
+class AudioPlayer;
+class OutputRouter;
 class QAudioBuffer;
-class QAudioOutput;
-class QMediaPlayer;
 class QTimer;
 
 // The relay of a live stream: its player, output and meter, and the connection's state. A
@@ -21,7 +20,8 @@ class Relay : public QObject
     Q_OBJECT
 
 public:
-    explicit Relay(QObject* parent = nullptr);
+    // With a router, each attempt's player is routed there, so later device changes reach it.
+    explicit Relay(QObject* parent = nullptr, OutputRouter* router = nullptr);
 
     // Connects to source (trimmed, not empty) on device at the given volume: state Connecting.
     void start(const QString& source, const QAudioDevice& device, double volume);
@@ -48,6 +48,8 @@ signals:
     void reconnecting();
     void errorOccurred(const QString& text);
     void bufferReady(const QAudioBuffer& buffer);
+    // The relay's player stopped sounding (stopped, lost or released): its level is silence.
+    void levelFell();
     // The now-playing text of the stream's metadata, when it changes.
     void metadataChanged(const QString& title);
 
@@ -66,9 +68,8 @@ private:
     QString m_source;
     QAudioDevice m_device; // chosen when the relay starts; every reconnection attempt keeps it
     double m_volume = 0.8;
-    QMediaPlayer* m_player = nullptr;
-    QAudioOutput* m_output = nullptr;
-    LevelSource* m_levels = nullptr;
+    OutputRouter* m_router = nullptr;
+    AudioPlayer* m_player = nullptr;
     QTimer* m_reconnectTimer = nullptr;
     // A live relay whose position stops moving is a stalled server: treated as a lost stream.
     QTimer* m_stallTimer = nullptr;

@@ -1,11 +1,11 @@
 #include "voiceoverplayer.h"
 
+#include "audioplayer.h"
+#include "outputrouter.h"
 #include "playoutlogging.h"
 #include "voiceoverrules.h"
 
-#include <QAudioOutput>
 #include <QDate>
-#include <QMediaPlayer>
 #include <QRandomGenerator64>
 #include <QUrl>
 
@@ -13,15 +13,16 @@
 
 namespace {
 
-// The gain a voiceover is played at: its level, allowed up to twice the music's.
-float voiceoverGain(double level)
+// The gain a voiceover is played at: its level, up to twice the music's as set, but the output
+// itself goes no higher than full volume.
+double voiceoverGain(double level)
 {
-    return float(std::clamp(level, 0.0, 2.0));
+    return std::clamp(level, 0.0, 2.0);
 }
 
 } // namespace
 
-VoiceoverPlayer::VoiceoverPlayer(QObject* parent) : QObject(parent) {}
+VoiceoverPlayer::VoiceoverPlayer(QObject* parent, OutputRouter* router) : QObject(parent), m_router(router) {}
 
 QString VoiceoverPlayer::arm(const TrackParams& params, const QAudioDevice& device)
 {
@@ -43,16 +44,16 @@ QString VoiceoverPlayer::arm(const TrackParams& params, const QAudioDevice& devi
     m_armed = true;
 
     if (!m_player) {
-        m_player = new QMediaPlayer(this);
-        m_output = new QAudioOutput(this);
-        m_player->setAudioOutput(m_output);
-        connect(m_player, &QMediaPlayer::durationChanged, this, &VoiceoverPlayer::onDuration);
-        connect(m_player, &QMediaPlayer::errorOccurred, this, [](QMediaPlayer::Error, const QString& text) {
+        m_player = new AudioPlayer(AudioPlayer::Metering::Off, this);
+        if (m_router)
+            m_router->add(m_player);
+        connect(m_player, &AudioPlayer::durationChanged, this, &VoiceoverPlayer::onDuration);
+        connect(m_player, &AudioPlayer::errorOccurred, this, [](QMediaPlayer::Error, const QString& text) {
             qCWarning(lcPlayout) << "voiceover player error:" << text;
         });
     }
-    m_output->setDevice(device);
-    m_output->setVolume(voiceoverGain(m_level));
+    m_player->setDevice(device);
+    m_player->setVolume(voiceoverGain(m_level));
     m_player->setSource(QUrl::fromLocalFile(file));
     return file;
 }
@@ -70,7 +71,7 @@ QString VoiceoverPlayer::fire(qint64 position)
     if (!m_armed || m_file.isEmpty() || !m_player || m_insertAt > position)
         return QString();
     m_armed = false;
-    m_output->setVolume(voiceoverGain(m_level));
+    m_player->setVolume(voiceoverGain(m_level));
     // A source loaded seconds ahead is heard only about two seconds after play() with the sound
     // server here; loading it afresh starts it at once. Arming loaded it to learn its length.
     m_player->setSource(QUrl());
@@ -89,11 +90,11 @@ void VoiceoverPlayer::disarm()
 
 void VoiceoverPlayer::setDevice(const QAudioDevice& device)
 {
-    if (m_output)
-        m_output->setDevice(device);
+    if (m_player)
+        m_player->setDevice(device);
 }
 
 bool VoiceoverPlayer::isPlaying() const
 {
-    return m_player && m_player->playbackState() == QMediaPlayer::PlayingState;
+    return m_player && m_player->isPlaying();
 }

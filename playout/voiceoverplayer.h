@@ -6,8 +6,8 @@
 #include <QObject>
 #include <QString>
 
-class QAudioOutput;
-class QMediaPlayer;
+class AudioPlayer;
+class OutputRouter;
 
 // The voiceover laid over a music track: armed when the track starts (from the parameters read
 // then), fired when the track's position reaches the insert point. Its player is created on
@@ -17,7 +17,8 @@ class VoiceoverPlayer : public QObject
     Q_OBJECT
 
 public:
-    explicit VoiceoverPlayer(QObject* parent = nullptr);
+    // With a router, the voiceover plays on the router's device and follows its changes.
+    explicit VoiceoverPlayer(QObject* parent = nullptr, OutputRouter* router = nullptr);
 
     void setEnabled(bool enabled) { m_enabled = enabled; }
     bool isEnabled() const { return m_enabled; }
@@ -46,6 +47,6 @@ private:
     QString m_file;
     double m_level = 1.0;
     TrackParams m_params; // of the track it is armed for
-    QMediaPlayer* m_player = nullptr;
-    QAudioOutput* m_output = nullptr;
+    OutputRouter* m_router = nullptr;
+    AudioPlayer* m_player = nullptr;
 };

@@ -43,11 +43,14 @@ void LevelMeter::setLevel(double linear)
 {
     m_latestDb = toDb(linear);
     m_windowDb = std::max(m_windowDb, m_latestDb);
+    m_sinceReport.start();
 }
 
 void LevelMeter::tick()
 {
     const double seconds = m_sinceTick.restart() / 1000.0;
+    if (!m_sinceReport.isValid() || m_sinceReport.elapsed() > reportLapseMs)
+        m_latestDb = floorDb;
     const double target = m_windowDb;
     m_windowDb = m_latestDb;
     // Rise at once, fall at a steady rate: a meter that a presenter can read.

@@ -20,6 +20,9 @@ public:
     static constexpr int peakHoldMs = 1500;
     // How fast the bar falls when the level drops, dB per second.
     static constexpr double fallDbPerSecond = 24.0;
+    // Reports come with every measured buffer while anything plays; a level not reported again
+    // for this long is no longer heard, and the bar falls from it.
+    static constexpr int reportLapseMs = 300;
 
     explicit LevelMeter(const QString& label, QWidget* parent = nullptr);
 
@@ -49,6 +52,7 @@ private:
     double m_shownDb = floorDb;  // what the bar shows
     double m_peakDb = floorDb;   // the held peak
     QElapsedTimer m_sinceTick;
+    QElapsedTimer m_sinceReport;
     QElapsedTimer m_sincePeak;
     int m_repaints = 0;
 };

@@ -50,7 +50,7 @@ private slots:
         QCOMPARE(began.first().at(1).value<Track>().filePath, tone);
         QVERIFY(deck.isAiring());
         QCOMPARE(deck.airingRow(), 7);
-        QTRY_VERIFY_WITH_TIMEOUT(deck.player()->position() > 600, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.position() > 600, 10000);
         QCOMPARE(began.count(), 1);
         const qint64 played = deck.endAiring();
         QVERIFY2(played >= 400 && played < 5000, qPrintable(QString::number(played)));
@@ -65,10 +65,10 @@ private slots:
         QSignalSpy began(&deck, &Deck::beganToSound);
         deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
         QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
-        deck.player()->pause();
+        deck.pause();
         QTRY_VERIFY_WITH_TIMEOUT(!deck.isPlaying(), 5000);
         deck.endAiring();
-        deck.player()->play();
+        deck.resume();
         QTRY_COMPARE_WITH_TIMEOUT(began.count(), 2, 10000);
         QVERIFY(deck.isAiring());
         deck.stop();
@@ -80,12 +80,12 @@ private slots:
         QSignalSpy began(&deck, &Deck::beganToSound);
         deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
         QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
-        deck.player()->pause();
+        deck.pause();
         QTRY_VERIFY_WITH_TIMEOUT(!deck.isPlaying(), 5000);
         const qint64 atPause = deck.playedMs();
         QTest::qWait(1000); // the pause being measured
         QCOMPARE(deck.playedMs(), atPause);
-        deck.player()->play();
+        deck.resume();
         QTRY_VERIFY_WITH_TIMEOUT(deck.playedMs() > atPause, 5000);
         deck.stop();
     }
@@ -105,7 +105,7 @@ private slots:
         QList<QString> order;
         connect(&deck, &Deck::beganToSound, this, [&] { order << QStringLiteral("began"); });
         // Connected after the deck's own handling, as the engine is.
-        connect(deck.player(), &QMediaPlayer::mediaStatusChanged, this, [&](QMediaPlayer::MediaStatus s) {
+        connect(&deck, &Deck::mediaStatusChanged, this, [&](QMediaPlayer::MediaStatus s) {
             if (s == QMediaPlayer::EndOfMedia)
                 order << QStringLiteral("end");
         });
@@ -130,6 +130,40 @@ private slots:
         deck.fadeTo(0.0, 0, false);
         QCOMPARE(deck.outputVolume(), 0.0f);
         QCOMPARE(deck.gain(), 0.0);
+    }
+
+    void theLevelIsWhatIsHeardAndFallsWhenTheDeckStops()
+    {
+        Deck deck;
+        deck.setMix(0.8, false);
+        deck.setTrackGain(4.0); // asks for 12 dB more than the output can give
+        QCOMPARE(deck.effectiveTrackGain(), 1.25);
+        QSignalSpy fell(&deck, &Deck::levelFell);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.levelValid() && deck.levelLeft() > 0.1, 10000);
+        // The tone's 0.5 at full output volume, not 0.5 x 4 x 0.8.
+        QVERIFY2(deck.levelLeft() > 0.45 && deck.levelLeft() < 0.51, qPrintable(QString::number(deck.levelLeft())));
+        deck.stop();
+        QVERIFY(fell.count() >= 1);
+        QCOMPARE(deck.levelLeft(), 0.0);
+        QCOMPARE(deck.levelRight(), 0.0);
+        QVERIFY(!deck.levelValid());
+    }
+
+    void aDeckThatIsNotMeteredMeasuresNothingUntilItIs()
+    {
+        Deck deck;
+        deck.setMetering(false);
+        QVERIFY(!deck.isMetering());
+        QSignalSpy measured(&deck, &Deck::levelMeasured);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.position() > 1000, 10000);
+        QCOMPARE(measured.count(), 0);
+        QVERIFY(!deck.levelValid());
+        deck.setMetering(true);
+        QTRY_VERIFY_WITH_TIMEOUT(measured.count() > 0, 10000);
+        QVERIFY(deck.levelValid());
+        deck.stop();
     }
 };
 

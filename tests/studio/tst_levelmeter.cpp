@@ -51,6 +51,16 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(meter.peakDb() < 0.0, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(meter.peakDb(), -60.0, 10000);
     }
+
+    void aLevelNoLongerReportedFallsToTheFloor()
+    {
+        LevelMeter meter(QStringLiteral("L"));
+        meter.show();
+        meter.setLevel(0.5);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(meter.levelDb() - (-6.0206)) < 0.01, 2000);
+        // No report of silence comes (the sender stopped): the bar does not stay up.
+        QTRY_COMPARE_WITH_TIMEOUT(meter.levelDb(), -60.0, 10000);
+    }
 };
 
 QTEST_MAIN(TestLevelMeter)
