@@ -425,13 +425,13 @@ void AudioEngine::takeRow(int row)
     m_useCuePoints = Settings::useCuePoints.read();
     m_normalizeLoudness = Settings::normalizeLoudness.read();
     m_targetLufs = Settings::targetLufs.read();
-    // Taken once here from what was read ahead, never from the store itself: the mix check and
-    // the voiceover use these until the next row is taken.
+    // Taken once here, never from a server that may not answer: the mix check and the voiceover
+    // use these until the next row is taken.
     m_currentParams = TrackParams();
     m_currentAnalysis = TrackAnalysis();
     bool paramsUnknown = false;
     if (!m_current.isCommand && !m_current.filePath.isEmpty()) {
-        const TrackInfo info = m_info->lookup(m_current.filePath);
+        const TrackInfo info = m_info->forStart(m_current.filePath);
         paramsUnknown = !info.known;
         if (info.known) {
             m_currentParams = info.params;

@@ -146,7 +146,7 @@ void PlayoutRunner::start()
     // firstRowWaitMs before it plays with the defaults.
     const QString path = m_playlist->tracks().at(row).filePath;
     TrackInfoCache* info = m_engine->trackInfo();
-    if (path.isEmpty() || m_playlist->tracks().at(row).isStream || info->lookup(path).known) {
+    if (path.isEmpty() || m_playlist->tracks().at(row).isStream || info->forStart(path).known) {
         m_engine->playRow(row);
         return;
     }

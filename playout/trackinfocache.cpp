@@ -114,6 +114,17 @@ void TrackInfoCache::prefetch(const QStringList& paths)
     request(missing, false);
 }
 
+TrackInfo TrackInfoCache::forStart(const QString& path) const
+{
+    if (LibraryConnection::isServer())
+        return lookup(path);
+    TrackInfo info;
+    info.params = TrackParams::load(path);
+    info.analysis = TrackAnalysis::load(path);
+    info.known = true;
+    return info;
+}
+
 TrackInfo TrackInfoCache::lookup(const QString& path) const
 {
     const auto found = m_info.constFind(path);

@@ -42,6 +42,10 @@ public:
     // What is known of the file now, never waiting on a server. Unknown (known = false) when not read
     // yet; then it is read first of all, and infoReady follows.
     TrackInfo lookup(const QString& path) const;
+    // What a row starting now plays with. An embedded store is a local file that answers at once:
+    // it is read as the row starts, so the row plays with what an editor saved a moment ago. A
+    // server, which may stop answering, is never asked here: the row gets what was read ahead.
+    TrackInfo forStart(const QString& path) const;
     // Reads the file's stored values again (they changed); until they arrive, lookup gives the old.
     void invalidate(const QString& path);
 

@@ -1,7 +1,5 @@
 #include "studiowindow.h"
 
-#include "trackinfocache.h"
-
 #include "analysisqueue.h"
 #include "asrunrecorder.h"
 #include "asrunwindow.h"
@@ -23,6 +21,7 @@
 #include "schedulewindow.h"
 #include "settingsdialog.h"
 #include "studioschedule.h"
+#include "trackinfocache.h"
 #include "transportbar.h"
 
 #include <QCloseEvent>
@@ -82,6 +81,8 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     // rows are repainted once a batch of reads has come in.
     QPointer<TrackInfoCache> info = m_engine->trackInfo();
     m_playlist->setParamsSource([info](const QString& path) {
+        if (!LibraryConnection::isServer())
+            return TrackParams::load(path); // a local file: read as painted, as always
         return info ? info->lookup(path).params : TrackParams();
     });
     auto* repaint = new QTimer(this);
