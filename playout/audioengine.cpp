@@ -14,6 +14,7 @@
 #include "settingkeys.h"
 #include "streamtitle.h"
 #include "trackinfocache.h"
+#include "tracktext.h"
 #include "voiceoverplayer.h"
 #include "voiceoverrules.h"
 
@@ -379,7 +380,7 @@ int AudioEngine::nextRow() const
 
 QString AudioEngine::displayText(const Track& track)
 {
-    return displayTextOf(track);
+    return trackDisplayText(track);
 }
 
 bool AudioEngine::isValidRow(int row) const

@@ -5,6 +5,7 @@
 #include "playoutlogging.h"
 #include "sequencerdecks.h"
 #include "settingkeys.h"
+#include "tracktext.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -213,9 +214,7 @@ void PlayoutSequencer::next()
         const int row = m_playlist->takeNextQueued();
         if (row >= 0) {
             const Track& track = m_playlist->tracks().at(row);
-            const QString text = track.isCommand
-                                     ? QStringLiteral(">> ") + track.command.toUpper() + QStringLiteral(" <<")
-                                     : displayTextOf(track);
+            const QString text = track.isCommand ? commandRowText(track) : trackDisplayText(track);
             m_decks->log(PlayoutLog::queue + text);
             playRow(row);
             return;
@@ -250,7 +249,7 @@ void PlayoutSequencer::currentRowEnded(bool autoPlayNext)
     if (m_current.isCommand || m_lastEndedId == m_currentId)
         return;
     m_lastEndedId = m_currentId;
-    m_decks->log(PlayoutLog::endOfTrack + displayTextOf(m_current));
+    m_decks->log(PlayoutLog::endOfTrack + trackDisplayText(m_current));
     if (autoPlayNext)
         next();
     else

@@ -110,11 +110,3 @@ QString fileSkipped(const QString& path, int seconds)
 
 } // namespace SequencerLog
 
-QString displayTextOf(const Track& track)
-{
-    if (!track.artist.isEmpty() && !track.title.isEmpty())
-        return track.artist + QStringLiteral(" - ") + track.title;
-    if (!track.title.isEmpty())
-        return track.title;
-    return track.filePath;
-}

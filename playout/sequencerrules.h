@@ -70,5 +70,3 @@ QString streamSkipped(const QString& url, int seconds);
 QString fileSkipped(const QString& path, int seconds);
 } // namespace SequencerLog
 
-// The text a track is shown with in log lines: "Artist - Title", else the title, else the path.
-QString displayTextOf(const Track& track);
