@@ -10,6 +10,7 @@
 #include <QDoubleSpinBox>
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QLabel>
 #include <QMediaDevices>
 #include <QSettings>
 #include <QSpinBox>
@@ -86,10 +87,18 @@ SettingsDialog::SettingsDialog(AudioEngine* engine, QWidget* parent) : QDialog(p
                                    QStringLiteral("Play every track at the target loudness"));
     m_useCuePoints =
         addCheck(Settings::useCuePoints.key(), QStringLiteral("Use the cue points found by the analysis"));
+    // The engine caps a track's gain where the output reaches full volume, so a quiet track can fall
+    // short of the target; the dialog says so rather than promise the target for every track.
+    auto* normalizationNote = new QLabel(normalizationNoteText(), this);
+    normalizationNote->setObjectName(QStringLiteral("normalizationNote"));
+    normalizationNote->setWordWrap(true);
+    m_normalizeLoudness->setToolTip(normalizationNoteText());
+    m_targetLufs->setToolTip(normalizationNoteText());
     auto* analysis = new QGroupBox(QStringLiteral("Loudness and cue points"), this);
     auto* analysisForm = new QFormLayout(analysis);
     analysisForm->addRow(QStringLiteral("Target loudness:"), m_targetLufs);
     analysisForm->addRow(m_normalizeLoudness);
+    analysisForm->addRow(normalizationNote);
     analysisForm->addRow(m_useCuePoints);
 
     m_voiceoversEnabled = addCheck(Settings::voiceoversEnabled.key(), QStringLiteral("Play voiceovers"));

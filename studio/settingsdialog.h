@@ -22,6 +22,12 @@ public:
 
     // The combo entry that stands for the system's default output (stored as an empty text).
     static QString systemDefaultText() { return QStringLiteral("System default"); }
+    // Shown under the loudness switch: what normalisation can and cannot do.
+    static QString normalizationNoteText()
+    {
+        return QStringLiteral("Quiet tracks are raised only up to full volume; loud ones are lowered to the "
+                              "target.");
+    }
 
 public slots:
     void accept() override;

@@ -11,6 +11,8 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
+#include <QGroupBox>
+#include <QLabel>
 #include <QMediaPlayer>
 #include <QProcess>
 #include <QScopeGuard>
@@ -207,6 +209,34 @@ private slots:
         QCOMPARE(s.value(QStringLiteral("playback/crossfadeEnabled")).toBool(), true);
         QCOMPARE(s.value(QStringLiteral("voiceovers/enabled")).toBool(), false);
         QCOMPARE(s.value(QStringLiteral("playback/useCuePoints")).toBool(), true);
+    }
+
+    void theLoudnessSwitchSaysQuietTracksAreRaisedOnlyToFullVolume()
+    {
+        SettingsDialog dialog(nullptr);
+        auto* normalize = dialog.findChild<QCheckBox*>(QStringLiteral("playback/normalizeLoudness"));
+        QVERIFY(normalize);
+        // The switch keeps its own text; the cap is said beside it, in the same group.
+        QCOMPARE(normalize->text(), QStringLiteral("Play every track at the target loudness"));
+        const QString expected = QStringLiteral(
+            "Quiet tracks are raised only up to full volume; loud ones are lowered to the target.");
+        QLabel* note = nullptr;
+        for (QLabel* label : dialog.findChildren<QLabel*>())
+            if (label->text() == expected)
+                note = label;
+        QVERIFY2(note, "no note about the cap under the loudness switch");
+        auto* group = qobject_cast<QGroupBox*>(normalize->parentWidget());
+        QVERIFY(group);
+        QCOMPARE(group->title(), QStringLiteral("Loudness and cue points"));
+        QVERIFY(group->isAncestorOf(note));
+        QVERIFY(note->wordWrap());
+        QCOMPARE(normalize->toolTip(), expected);
+        QCOMPARE(dialog.findChild<QDoubleSpinBox*>(QStringLiteral("analysis/targetLufs"))->toolTip(),
+                 expected);
+        // Shown when the dialog is, whether the switch is on or off.
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        QVERIFY(note->isVisible());
     }
 
     void aStoredDeviceThatIsNotPluggedInIsKeptOnOk()
