@@ -1,41 +1,25 @@
 #pragma once
 
 #include "playlistmodel.h"
-#include "track.h"
+#include "sessionfiles.h"
 
 #include <QElapsedTimer>
-#include <QList>
 #include <QObject>
-#include <QPair>
 #include <QPointer>
 #include <QString>
-#include <QStringList>
 #include <QThreadPool>
 #include <QTimer>
 
-// The studio's running order kept on disk while it changes, so that neither a quit nor a crash loses
-// it: the rows go to "session.m3u" (written whole through a temporary file, so the file on disk is
-// always complete) and where the list stood (current row, queue, played rows, mix overrides) to
-// "session.json" beside it. Writes wait until the list has been still for a moment and run on a
-// worker thread, so a long list does not hold up the window.
+// When the studio's running order goes to disk (SessionFiles is what it looks like there), so that
+// neither a quit nor a crash loses it: writes wait until the list has been still for a moment and run
+// on a worker thread, so a long list does not hold up the window; a quit writes at once.
 class PlaylistSession : public QObject
 {
     Q_OBJECT
 
 public:
     // What the last session left behind, read back before the window goes on air.
-    struct Saved {
-        bool found = false;  // a session playlist was there
-        QString error;       // it could not be read (tracks then empty); empty when it was fine
-        QList<Track> tracks; // the rows, command rows included
-        QStringList missingFiles;
-        QStringList skipped;
-        bool positionKnown = false; // the side file was readable and belongs to these rows
-        int currentRow = -1;
-        QList<int> queue;
-        QList<int> played;
-        QList<QPair<int, PlaylistModel::MixOverride>> mixOverrides;
-    };
+    using Saved = SessionFiles::Saved;
 
     // A list still for this long is written (milliseconds).
     static constexpr int defaultDelayMs = 500;
@@ -47,12 +31,11 @@ public:
 
     // The application's data folder, where the studio keeps its session.
     static QString defaultFolder();
-    QString folder() const { return m_folder; }
-    QString playlistPath() const;
-    QString positionPath() const;
+    QString folder() const { return m_files.folder(); }
+    QString playlistPath() const { return m_files.playlistPath(); }
+    QString positionPath() const { return m_files.positionPath(); }
 
-    // Reads the last session. A playlist file that cannot be read is moved aside to
-    // "session.m3u.unreadable" (for a look by hand) and the result carries the reason.
+    // Reads the last session (see SessionFiles::read); a side file that is not used is said in the log.
     Saved readLastSession();
     // Puts the current row, the queue, the played rows and the mix overrides back on the model, whose
     // rows must be the saved ones.
@@ -76,26 +59,16 @@ signals:
     void message(const QString& text);
 
 private:
-    struct Snapshot {
-        QList<Track> tracks;
-        int currentRow = -1;
-        QList<int> queue;
-        QList<int> played;
-        QList<QPair<int, PlaylistModel::MixOverride>> mixOverrides;
-    };
-
     void onChanged();
     void scheduleWrite();
     void onDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight);
     void startWrite();
     void onWritten(quint64 serial, bool ok, const QString& error, int rows, double writeMs);
     void reportWrite(bool ok, const QString& error, int rows);
-    Snapshot snapshot() const;
-    // Safe on any thread: plain values in, files out.
-    static bool write(const QString& folder, const Snapshot& snapshot, QString* error);
+    SessionFiles::Snapshot snapshot() const;
 
     QPointer<PlaylistModel> m_model;
-    QString m_folder;
+    const SessionFiles m_files;
     QTimer m_delay;
     QElapsedTimer m_unsavedSince;
     QThreadPool m_writer;
