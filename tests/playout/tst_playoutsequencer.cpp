@@ -49,6 +49,22 @@ public:
     void log(const QString& text) override { logs << text; }
 };
 
+// A list under a sequencer whose decks are fake and whose clock reads `now` (milliseconds).
+struct SequencerRig {
+    SequencerRig(const QList<Track>& rows, const qint64* now, bool skipUnplayableRows) : sequencer(&decks)
+    {
+        playlist.appendTracks(rows);
+        sequencer.setPlaylist(&playlist);
+        sequencer.setClock([now] { return *now; });
+        sequencer.setSilentLimits(10000, 20000);
+        sequencer.setSkipUnplayableRows(skipUnplayableRows);
+    }
+
+    PlaylistModel playlist;
+    FakeDecks decks;
+    PlayoutSequencer sequencer;
+};
+
 // The sequencer with fake decks and a fake clock: which row plays next, and when a row is skipped.
 class TestPlayoutSequencer : public QObject
 {
@@ -99,25 +115,16 @@ private:
         return track;
     }
 
-    void attach(PlayoutSequencer& sequencer, PlaylistModel& playlist)
-    {
-        sequencer.setPlaylist(&playlist);
-        sequencer.setClock([this] { return now; });
-        sequencer.setSilentLimits(10000, 20000);
-    }
-
 private slots:
     void initTestCase() { QVERIFY(dir.isValid()); }
     void init() { now = 1000; }
 
     void aQueuedRowPlaysBeforeTheFollowingOne()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))},
+            &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         playlist.enqueue(2);
         sequencer.playRow(0);
         QCOMPARE(sequencer.nextRow(), 2);
@@ -132,11 +139,9 @@ private slots:
 
     void aStopRowReachedByTheEndOfATrackHaltsAndNothingFollows()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), command("STOP"), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig({file("One", existing("one")), command("STOP"), file("Two", existing("two"))}, &now,
+                         false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         sequencer.rowSounded(0);
         // A STOP row is reached by the track's end, never mixed into.
@@ -154,11 +159,8 @@ private slots:
 
     void aCommandRowAtTheEndOfTheListIsLoggedAndTheListEnds()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), command("Jingle")});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig({file("One", existing("one")), command("Jingle")}, &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QCOMPARE(sequencer.mixRow(), -1);
         sequencer.currentRowEnded(true);
@@ -171,11 +173,8 @@ private slots:
 
     void aPauseRowHoldsTheDeck()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({command("pause"), file("One", existing("one"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig({command("pause"), file("One", existing("one"))}, &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QCOMPARE(decks.calls, (QStringList{"take 0", "hold"}));
         QCOMPARE(decks.logs, QStringList{PlayoutLog::pauseCommand});
@@ -183,12 +182,8 @@ private slots:
 
     void aMissingFileAtTheStartIsSkipped()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("Gone", missing("start")), file("One", existing("one"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("Gone", missing("start")), file("One", existing("one"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QCOMPARE(decks.logs, QStringList{SequencerLog::missingSkipped(missing("start"))});
         QTRY_COMPARE(decks.taken, 1);
@@ -198,13 +193,10 @@ private slots:
 
     void aMissingFileInTheMiddleIsSkipped()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("One", existing("one")), file("Gone", missing("middle")), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig(
+            {file("One", existing("one")), file("Gone", missing("middle")), file("Two", existing("two"))},
+            &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         sequencer.rowSounded(0);
         sequencer.currentRowEnded(true);
@@ -215,12 +207,8 @@ private slots:
 
     void aMissingFileAtTheEndEndsTheListWithoutCallingItUnplayable()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Gone", missing("end"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("One", existing("one")), file("Gone", missing("end"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         sequencer.rowSounded(0);
         sequencer.currentRowEnded(true);
@@ -231,13 +219,10 @@ private slots:
 
     void twoMissingFilesInARowAreBothSkipped()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Gone", missing("first")),
-                               file("Gone too", missing("second")), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("One", existing("one")), file("Gone", missing("first")),
+                          file("Gone too", missing("second")), file("Two", existing("two"))},
+                         &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         sequencer.rowSounded(0);
         sequencer.currentRowEnded(true);
@@ -248,13 +233,9 @@ private slots:
 
     void aListOfMissingFilesStopsAndSaysNothingIsPlayable()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("Gone", missing("a")), command("jingle"), file("Gone too", missing("b"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("Gone", missing("a")), command("jingle"), file("Gone too", missing("b"))},
+                         &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QCOMPARE(decks.calls, (QStringList{"take 0", "stop"}));
         QCOMPARE(decks.logs,
@@ -265,13 +246,9 @@ private slots:
 
     void withShuffleMissingFilesStopAfterMoreSkipsThanRows()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("Gone", missing("a")), file("Gone too", missing("b")), stream("http://x/")});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("Gone", missing("a")), file("Gone too", missing("b")), stream("http://x/")},
+                         &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.setShuffle(true);
         // The draw never lands on the stream: only the two missing rows are taken, in turn.
         sequencer.setRowDraw([&sequencer](int) { return sequencer.currentRow() == 0 ? 1 : 0; });
@@ -282,11 +259,8 @@ private slots:
 
     void missingFilesAreNotSkippedUnlessAskedTo()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("Gone", missing("kept")), file("One", existing("one"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig({file("Gone", missing("kept")), file("One", existing("one"))}, &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QTest::qWait(0);
         QCOMPARE(decks.calls, QStringList{"take 0"});
@@ -295,12 +269,8 @@ private slots:
 
     void aFileThatNeverSoundsIsSkippedAfterItsLimit()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("Mute", existing("mute")), file("One", existing("one"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("Mute", existing("mute")), file("One", existing("one"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QVERIFY(sequencer.isWaitingForSound());
         now += 9999;
@@ -317,12 +287,8 @@ private slots:
 
     void aStreamThatNeverAnswersIsSkippedAfterTheStreamLimit()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({stream("http://127.0.0.1:9/silent"), file("One", existing("one"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({stream("http://127.0.0.1:9/silent"), file("One", existing("one"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         now += 10000;
         sequencer.checkSilentRow();
@@ -336,12 +302,8 @@ private slots:
 
     void aRowThatSoundsOrIsStoppedIsNotSkipped()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("One", existing("one")), file("Two", existing("two"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         sequencer.rowSounded(0);
         QVERIFY(!sequencer.isWaitingForSound());
@@ -362,13 +324,9 @@ private slots:
 
     void withoutAnOutputASilentRowIsNotSkipped()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two"))});
-        FakeDecks decks;
+        SequencerRig rig({file("One", existing("one")), file("Two", existing("two"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         decks.output = false;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
         sequencer.playRow(0);
         now += 10000;
         sequencer.checkSilentRow();
@@ -377,12 +335,10 @@ private slots:
 
     void shuffleDrawsAnotherRowThanTheCurrentOne()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))},
+            &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.setShuffle(true);
         QList<int> draws{1, 1, 1, 0};
         sequencer.setRowDraw([&draws](int count) {
@@ -415,11 +371,8 @@ private slots:
 
     void shuffleWithOneRowEndsTheList()
     {
-        PlaylistModel playlist;
-        playlist.appendTrack(file("One", existing("one")));
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig({file("One", existing("one"))}, &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.setShuffle(true);
         sequencer.playRow(0);
         sequencer.currentRowEnded(true);
@@ -428,12 +381,8 @@ private slots:
 
     void aRelayTakesTheAirAndGivesItBack()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({file("One", existing("one")), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({file("One", existing("one")), file("Two", existing("two"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         decks.sounding = true;
         sequencer.rowSounded(0);
@@ -454,12 +403,8 @@ private slots:
 
     void aRelayOverSilenceResumesNothingAndSkipsNothingBehindIt()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks({stream("http://127.0.0.1:9/silent"), file("Two", existing("two"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
-        sequencer.setSkipUnplayableRows(true);
+        SequencerRig rig({stream("http://127.0.0.1:9/silent"), file("Two", existing("two"))}, &now, true);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(0);
         QVERIFY(!sequencer.relayStarting(false));
         QVERIFY(!sequencer.isWaitingForSound());
@@ -472,12 +417,10 @@ private slots:
 
     void theCurrentRowFollowsItsIdentityWhenRowsMove()
     {
-        PlaylistModel playlist;
-        playlist.appendTracks(
-            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))});
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig(
+            {file("One", existing("one")), file("Two", existing("two")), file("Three", existing("three"))},
+            &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(1);
         const qint64 id = sequencer.currentRowId();
         QCOMPARE(id, playlist.rowId(1));
@@ -493,12 +436,9 @@ private slots:
 
     void aListOpenedAgainHoldsNoneOfTheOldRows()
     {
-        PlaylistModel playlist;
         const QList<Track> rows{file("One", existing("one")), file("Two", existing("two"))};
-        playlist.appendTracks(rows);
-        FakeDecks decks;
-        PlayoutSequencer sequencer(&decks);
-        attach(sequencer, playlist);
+        SequencerRig rig(rows, &now, false);
+        auto& [playlist, decks, sequencer] = rig;
         sequencer.playRow(1);
         const qint64 id = sequencer.currentRowId();
         playlist.clear();
