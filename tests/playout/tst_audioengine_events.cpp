@@ -36,8 +36,10 @@ private:
     };
     QList<Event> events;
 
-    void record(AudioEngine& engine)
+    // Plays `playlist` on `engine` and records the engine's events from now on.
+    void record(AudioEngine& engine, PlaylistModel& playlist)
     {
+        engine.setPlaylist(&playlist);
         events.clear();
         connect(&engine, &AudioEngine::trackStarted, this,
                 [this](int row, const Track& track, const QDateTime& at) {
@@ -76,6 +78,23 @@ private:
         }
     }
 
+    // Crossfade on, with a short fade-in and no lower limit that a few seconds' tone would fall under.
+    static void useCrossfade(int mixPointMs, int fadeOutMs)
+    {
+        setSetting(QStringLiteral("playback/crossfadeEnabled"), true);
+        setSetting(QStringLiteral("playback/minCrossfadeMs"), 1000);
+        setSetting(QStringLiteral("playback/mixPointMs"), mixPointMs);
+        setSetting(QStringLiteral("playback/fadeInMs"), 200);
+        setSetting(QStringLiteral("playback/fadeOutMs"), fadeOutMs);
+    }
+
+    // The 4 s tone to be mixed out of, then a long one to mix into.
+    void appendMixThenLong(PlaylistModel& playlist) const
+    {
+        appendRows(playlist, {fileTrack(QStringLiteral("M"), QStringLiteral("Mix"), mixA),
+                              fileTrack(QStringLiteral("B"), QStringLiteral("Long B"), longB)});
+    }
+
     static void waitSounding(QSignalSpy& started, int n)
     {
         QTRY_VERIFY_WITH_TIMEOUT(started.count() >= n, 15000);
@@ -112,8 +131,7 @@ private slots:
                               fileTrack(QStringLiteral("A"), QStringLiteral("One"), shortA),
                               fileTrack(QStringLiteral("B"), QStringLiteral("Two"), shortB)});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         // Row 0 is a command row: it never sounds, so only rows 1 and 2 are reported.
         engine.playRow(0);
         QVERIFY(events.isEmpty());
@@ -135,8 +153,7 @@ private slots:
         appendRows(playlist, {fileTrack(QStringLiteral("A"), QStringLiteral("Long A"), longA),
                               fileTrack(QStringLiteral("B"), QStringLiteral("Long B"), longB)});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         QSignalSpy started(&engine, &AudioEngine::trackStarted);
         engine.playRow(0);
         PLAYOUT_CHECKED(waitSounding(started, 1));
@@ -161,8 +178,7 @@ private slots:
         PlaylistModel playlist;
         playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Long A"), longA));
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         QSignalSpy started(&engine, &AudioEngine::trackStarted);
         QElapsedTimer wall;
         wall.start();
@@ -191,8 +207,7 @@ private slots:
         appendRows(playlist, {fileTrack(QStringLiteral("A"), QStringLiteral("Long A"), longA),
                               commandTrack(QStringLiteral("STOP"))});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         QSignalSpy started(&engine, &AudioEngine::trackStarted);
         engine.playRow(0);
         PLAYOUT_CHECKED(waitSounding(started, 1));
@@ -202,17 +217,11 @@ private slots:
 
     void theAutomaticMixEndsTheOutgoingTrackWithMix()
     {
-        setSetting(QStringLiteral("playback/crossfadeEnabled"), true);
-        setSetting(QStringLiteral("playback/minCrossfadeMs"), 1000);
-        setSetting(QStringLiteral("playback/mixPointMs"), 1500);
-        setSetting(QStringLiteral("playback/fadeInMs"), 200);
-        setSetting(QStringLiteral("playback/fadeOutMs"), 500);
+        useCrossfade(1500, 500);
         PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("M"), QStringLiteral("Mix"), mixA),
-                              fileTrack(QStringLiteral("B"), QStringLiteral("Long B"), longB)});
+        appendMixThenLong(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         engine.playRow(0);
         QTRY_VERIFY_WITH_TIMEOUT(count(QStringLiteral("mix")) == 1, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(count(QStringLiteral("start")) == 2, 10000);
@@ -226,20 +235,14 @@ private slots:
 
     void parametersAreReadWhenTheTrackStartsAndKeptWhileItPlays()
     {
-        setSetting(QStringLiteral("playback/crossfadeEnabled"), true);
-        setSetting(QStringLiteral("playback/minCrossfadeMs"), 1000);
-        setSetting(QStringLiteral("playback/mixPointMs"), 500);
-        setSetting(QStringLiteral("playback/fadeInMs"), 200);
-        setSetting(QStringLiteral("playback/fadeOutMs"), 300);
+        useCrossfade(500, 300);
         TrackParams params;
         params.mix = 3000; // the next track starts 3 s before the end of 4 s
         TrackParams::save(mixA, params);
         PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("M"), QStringLiteral("Mix"), mixA),
-                              fileTrack(QStringLiteral("B"), QStringLiteral("Long B"), longB)});
+        appendMixThenLong(playlist);
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         qint64 positionAtMix = -1;
         connect(&engine, &AudioEngine::trackEnded, this,
                 [&](int, const Track&, TrackEndReason reason, qint64) {
@@ -297,8 +300,7 @@ private slots:
         appendRows(playlist, {fileTrack(QStringLiteral("A"), QStringLiteral("Long A"), longA),
                               fileTrack(QStringLiteral("V"), QStringLiteral("Vanished"), copy)});
         AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        record(engine);
+        record(engine, playlist);
         QStringList logs;
         collectLog(engine, this, logs);
         QSignalSpy started(&engine, &AudioEngine::trackStarted);

@@ -52,6 +52,21 @@ private:
                 [&log](double left, double right) { log.reports.append({left, right}); });
     }
 
+    // Plays `playlist` from its first row: the meters show the sound, the log line `line` comes, and
+    // then the meters fall to silence.
+    void checkMetersFallToSilenceAt(PlaylistModel& playlist, const QString& line)
+    {
+        AudioEngine engine;
+        engine.setPlaylist(&playlist);
+        collectLog(engine, this, logs);
+        LevelLog levels;
+        watchLevels(engine, levels);
+        engine.playRow(0);
+        QTRY_VERIFY_WITH_TIMEOUT(levels.loudest() > 0.2, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(line), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(levels.lastIsSilence(), 3000);
+    }
+
     static double gainDb(double linear) { return 20.0 * std::log10(linear); }
 
 private slots:
@@ -101,30 +116,14 @@ private slots:
         appendRows(playlist, {fileTrack(QStringLiteral("A"), QStringLiteral("Short"), shortTone),
                               commandTrack(QStringLiteral("STOP")),
                               fileTrack(QStringLiteral("B"), QStringLiteral("Tone"), tone)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        collectLog(engine, this, logs);
-        LevelLog levels;
-        watchLevels(engine, levels);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(levels.loudest() > 0.2, 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(PlayoutLog::stopCommand), 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(levels.lastIsSilence(), 3000);
+        PLAYOUT_CHECKED(checkMetersFallToSilenceAt(playlist, PlayoutLog::stopCommand));
     }
 
     void metersFallToSilenceAtTheEndOfTheList()
     {
         PlaylistModel playlist;
         playlist.appendTrack(fileTrack(QStringLiteral("A"), QStringLiteral("Short"), shortTone));
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        collectLog(engine, this, logs);
-        LevelLog levels;
-        watchLevels(engine, levels);
-        engine.playRow(0);
-        QTRY_VERIFY_WITH_TIMEOUT(levels.loudest() > 0.2, 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(logs.contains(PlayoutLog::stop), 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(levels.lastIsSilence(), 3000);
+        PLAYOUT_CHECKED(checkMetersFallToSilenceAt(playlist, PlayoutLog::stop));
     }
 
     void aQuietTrackIsRaisedOnlyToFullVolumeAndTheMetersShowWhatIsHeard()

@@ -9,6 +9,7 @@
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
 #include "playouttracks.h"
+#include "teststore.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -22,30 +23,15 @@ using namespace playouttest;
 
 namespace {
 
-const QString kConnection = QStringLiteral("od_library");
 const QString kBlocker = QStringLiteral("blocking_writer");
 // Milliseconds the other writer holds the store: below the writer's wait for a lock (5 s).
 constexpr int kBusyMs = 3000;
 
+using ondarotest::playCount;
+
 QList<AsRunEntry> allRows()
 {
-    return AsRunLog::entriesBetween(QDateTime(QDate(2000, 1, 1), QTime(0, 0)),
-                                    QDateTime(QDate(2100, 1, 1), QTime(0, 0)));
-}
-
-int playCount(const QString& path)
-{
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("SELECT play_count FROM tracks WHERE filepath=?"));
-    q.addBindValue(path);
-    return q.exec() && q.next() ? q.value(0).toInt() : -1;
-}
-
-void dropConnection(const QString& name)
-{
-    if (QSqlDatabase::contains(name))
-        QSqlDatabase::database(name, false).close();
-    QSqlDatabase::removeDatabase(name);
+    return ondarotest::allAsRunRows();
 }
 
 } // namespace
@@ -74,7 +60,7 @@ private slots:
         setSetting(QStringLiteral("audio/outputDevice"), QStringLiteral("NullOut"));
         setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
         QVERIFY2(!QMediaDevices::audioOutputs().isEmpty(), noDeviceMessage());
-        dropConnection(kConnection);
+        ondarotest::closeStore();
         removeLibraryStore();
         QVERIFY(MusicLibrary::initialize());
         toneA = makeTone(dir.path(), QStringLiteral("a.wav"), 440, 1.0);
@@ -84,8 +70,8 @@ private slots:
 
     void cleanupTestCase()
     {
-        dropConnection(kBlocker);
-        dropConnection(kConnection);
+        ondarotest::closeConnection(kBlocker);
+        ondarotest::closeStore();
         QDir(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)).removeRecursively();
     }
 

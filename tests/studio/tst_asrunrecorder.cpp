@@ -11,6 +11,7 @@
 #include "playouttestsupport.h"
 #include "playouttracks.h"
 #include "streamserver.h"
+#include "teststore.h"
 
 #include <QApplication>
 #include <QSignalSpy>
@@ -23,12 +24,11 @@ using namespace playouttest;
 
 namespace {
 
-const QString kConnection = QStringLiteral("od_library");
+using ondarotest::playCount;
 
 QList<AsRunEntry> allRows()
 {
-    return AsRunLog::entriesBetween(QDateTime(QDate(2000, 1, 1), QTime(0, 0)),
-                                    QDateTime(QDate(2100, 1, 1), QTime(0, 0)));
+    return ondarotest::allAsRunRows();
 }
 
 QStringList endings(const QList<AsRunEntry>& rows)
@@ -60,21 +60,6 @@ QList<AsRunEntry> rowsOf(const QString& filePath)
     return rows;
 }
 
-int playCount(const QString& path)
-{
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("SELECT play_count FROM tracks WHERE filepath=?"));
-    q.addBindValue(path);
-    return q.exec() && q.next() ? q.value(0).toInt() : -1;
-}
-
-void dropConnection()
-{
-    if (QSqlDatabase::contains(kConnection))
-        QSqlDatabase::database(kConnection, false).close();
-    QSqlDatabase::removeDatabase(kConnection);
-}
-
 } // namespace
 
 class TestAsRunRecorder : public QObject
@@ -94,13 +79,7 @@ private:
         return QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
     }
 
-    void freshDatabase()
-    {
-        dropConnection();
-        for (const char* suffix : {"", "-wal", "-shm"})
-            QFile::remove(configFolder() + QStringLiteral("/library.db") + QLatin1String(suffix));
-        QVERIFY(MusicLibrary::initialize());
-    }
+    void freshDatabase() { QVERIFY(ondarotest::freshStore()); }
 
     QByteArray taggedMp3(const QString& artist, const QString& title)
     {
@@ -151,7 +130,7 @@ private slots:
     void cleanupTestCase()
     {
         const QString folder = configFolder();
-        dropConnection();
+        ondarotest::closeStore();
         QDir(folder).removeRecursively();
     }
 
@@ -327,8 +306,8 @@ private slots:
 
     void aDatabaseThatCannotBeOpenedDisablesTheLogButNotPlayback()
     {
-        dropConnection();
-        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnection)
+        ondarotest::closeStore();
+        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), ondarotest::storeConnection())
             .setDatabaseName(dir.filePath(QStringLiteral("no/such/folder/library.db")));
         PlaylistModel playlist;
         appendRows(playlist, {fileTrack(QStringLiteral("Short"), QStringLiteral("Tone"), shortC),
@@ -349,7 +328,7 @@ private slots:
         recorder.finishAll();
         QCOMPARE(disabled.count(), 1);
         QCOMPARE(recorder.openEntryCount(), 0);
-        dropConnection();
+        ondarotest::closeStore();
         QVERIFY(MusicLibrary::initialize());
         QVERIFY(allRows().isEmpty());
     }

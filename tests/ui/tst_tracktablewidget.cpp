@@ -38,11 +38,9 @@ private:
             fileTrack(QStringLiteral("Charlie"), QStringLiteral("HTTP://host.example/charlie.mp3")));
         store.addTrack(fileTrack(QStringLiteral("Delta"), QStringLiteral("  /music/delta.mp3  ")));
         store.addStream(QStringLiteral("Live"), QStringLiteral("http://radio.example/live"));
-        dialog = std::make_unique<MusicLibraryDialog>();
-        dialog->show();
-        table = dialog->findChild<TrackTableWidget*>(QStringLiteral("trackTable"));
-        QVERIFY(table);
-        QCOMPARE(table->rowCount(), 4);
+        uitest::openLibraryManager(dialog, table, 4);
+        if (QTest::currentTestFailed())
+            return;
         // Sorted by artist: Alpha, Charlie, Delta, "Online stream".
         QCOMPARE(table->item(3, 0)->text(), QStringLiteral("◉ Online stream"));
     }
@@ -72,12 +70,7 @@ private:
         QTest::keyClick(menu, Qt::Key_Return);
     }
 
-    void requestContextMenu()
-    {
-        const QPoint pos(5, 5);
-        QContextMenuEvent event(QContextMenuEvent::Mouse, pos, table->viewport()->mapToGlobal(pos));
-        QApplication::sendEvent(table->viewport(), &event);
-    }
+    void requestContextMenu() { uitest::requestContextMenu(table); }
 
 private slots:
     void initTestCase() { uitest::useTestLocations("tst_tracktablewidget"); }

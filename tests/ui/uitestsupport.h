@@ -4,12 +4,16 @@
 // way to answer the window's modal dialogs from inside the test.
 
 #include "musiclibrary.h"
+#include "musiclibrarydialog.h"
 #include "testlocations.h"
 #include "testmedia.h"
 #include "teststore.h"
 #include "testtracks.h"
+#include "tracktablewidget.h"
 
+#include <QAbstractItemView>
 #include <QApplication>
+#include <QContextMenuEvent>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -17,6 +21,7 @@
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QStandardPaths>
+#include <QTest>
 #include <QTimer>
 #include <QWidget>
 
@@ -121,6 +126,26 @@ std::shared_ptr<bool> whenPopup(std::function<void(T*)> answer, int limitMs = 60
 {
     return whenShown<T>([] { return qobject_cast<T*>(QApplication::activePopupWidget()); }, answer, limitMs,
                         scope);
+}
+
+// Opens the Library Manager on what the store holds; `table` is then its track table, which must
+// show `rows` rows.
+inline void openLibraryManager(std::unique_ptr<MusicLibraryDialog>& dialog, TrackTableWidget*& table,
+                               int rows)
+{
+    dialog = std::make_unique<MusicLibraryDialog>();
+    dialog->show();
+    table = dialog->findChild<TrackTableWidget*>(QStringLiteral("trackTable"));
+    QVERIFY(table);
+    QCOMPARE(table->rowCount(), rows);
+}
+
+// Asks a view for its context menu, as a right click near its top left corner does.
+inline void requestContextMenu(QAbstractItemView* view)
+{
+    const QPoint pos(5, 5);
+    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, view->viewport()->mapToGlobal(pos));
+    QApplication::sendEvent(view->viewport(), &event);
 }
 
 } // namespace uitest
