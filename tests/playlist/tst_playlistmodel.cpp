@@ -18,6 +18,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <memory>
 
@@ -28,6 +29,22 @@ namespace {
 QColor brushColor(const QVariant& value)
 {
     return value.value<QBrush>().color();
+}
+
+// `clear` on a model filled with `rows` rows announces nothing while there is nothing to clear, and the
+// whole table once after `addSomething`.
+void checkClearAnnouncesTheWholeTableOnlyWhenNeeded(PlaylistModel& model, int rows,
+                                                    const std::function<void()>& addSomething,
+                                                    const std::function<void()>& clear)
+{
+    fill(model, rows);
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    clear();
+    QCOMPARE(changed.count(), 0);
+    addSomething();
+    changed.clear();
+    clear();
+    QCOMPARE(changedRanges(changed), (QList<Range>{{0, 0, rows - 1, 6}}));
 }
 
 } // namespace
@@ -620,14 +637,8 @@ void TestPlaylistModel::markPlayedAnnouncesARowOnceAndIgnoresBadRows()
 void TestPlaylistModel::clearPlayedAnnouncesTheWholeTableOnlyWhenSomethingWasPlayed()
 {
     PlaylistModel model;
-    fill(model, 4);
-    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    model.clearPlayed();
-    QCOMPARE(changed.count(), 0);
-    model.markPlayed(2);
-    changed.clear();
-    model.clearPlayed();
-    QCOMPARE(changedRanges(changed), (QList<Range>{{0, 0, 3, 6}}));
+    checkClearAnnouncesTheWholeTableOnlyWhenNeeded(
+        model, 4, [&model] { model.markPlayed(2); }, [&model] { model.clearPlayed(); });
     QVERIFY(model.playedRows().isEmpty());
 }
 
@@ -1087,15 +1098,9 @@ void TestPlaylistModel::moveQueuedReordersPositionsWithinTheQueue()
 void TestPlaylistModel::clearQueueAnnouncesOnlyWhenThereWasAQueue()
 {
     PlaylistModel model;
-    fill(model, 2);
-    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    model.clearQueue();
-    QCOMPARE(changed.count(), 0);
-    model.enqueue(1);
-    changed.clear();
-    model.clearQueue();
+    checkClearAnnouncesTheWholeTableOnlyWhenNeeded(
+        model, 2, [&model] { model.enqueue(1); }, [&model] { model.clearQueue(); });
     QVERIFY(model.queue().isEmpty());
-    QCOMPARE(changedRanges(changed), (QList<Range>{{0, 0, 1, 6}}));
 }
 
 // --- per-row values ---------------------------------------------------------------------------
