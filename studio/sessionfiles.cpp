@@ -18,10 +18,6 @@ const QString playlistName = QStringLiteral("session.m3u");
 const QString positionName = QStringLiteral("session.json");
 const QString unreadableSuffix = QStringLiteral(".unreadable");
 
-const QString keptAside = QStringLiteral("%1 (the file was kept as %2)");
-const QString anotherList = QStringLiteral("it was written for another list");
-const QString outOfRange = QStringLiteral("its rows are out of range");
-
 // The side file belongs to the rows it was written with; a crash between the two writes leaves a
 // side file of the list before, which is then not applied.
 QJsonObject positionObject(int rows, int currentRow, const QList<int>& queue, const QList<int>& played,
@@ -59,6 +55,11 @@ bool readRows(const QJsonValue& value, int rows, QList<int>& out)
     }
     return true;
 }
+
+// What the log is told when a session is not restored in full.
+const QString keptAside = QStringLiteral("%1 (the file was kept as %2)");
+const QString anotherList = QStringLiteral("it was written for another list");
+const QString outOfRange = QStringLiteral("its rows are out of range");
 
 // The position of a list of `rows` rows from the side file's object; false when any part is wrong.
 bool readPosition(const QJsonObject& position, int rows, SessionFiles::Saved& saved)

@@ -7,6 +7,9 @@
 #include "studiotestsupport.h"
 
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -159,27 +162,34 @@ private slots:
 
     void aSideFileNamingRowsOutOfRangeBringsBackTheRowsOnly_data()
     {
-        QTest::addColumn<QByteArray>("position");
-        QTest::newRow("current row") << QByteArray(
-            "{\"rows\":4,\"currentRow\":4,\"queue\":[],\"played\":[],\"mixOverrides\":[]}");
-        QTest::newRow("queue") << QByteArray(
-            "{\"rows\":4,\"currentRow\":1,\"queue\":[2,4],\"played\":[],\"mixOverrides\":[]}");
-        QTest::newRow("queue twice") << QByteArray(
-            "{\"rows\":4,\"currentRow\":1,\"queue\":[2,2],\"played\":[],\"mixOverrides\":[]}");
-        QTest::newRow("played fraction")
-            << QByteArray("{\"rows\":4,\"currentRow\":1,\"queue\":[],\"played\":[0.5],\"mixOverrides\":[]}");
-        QTest::newRow("override row") << QByteArray(
-            "{\"rows\":4,\"currentRow\":1,\"queue\":[],\"played\":[],\"mixOverrides\":[[4,100,100]]}");
-        QTest::newRow("override pair") << QByteArray(
-            "{\"rows\":4,\"currentRow\":1,\"queue\":[],\"played\":[],\"mixOverrides\":[[1,100]]}");
-        QTest::newRow("no queue") << QByteArray(
-            "{\"rows\":4,\"currentRow\":1,\"played\":[],\"mixOverrides\":[]}");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QJsonValue>("value"); // undefined: the entry is left out
+        QTest::newRow("current row") << QStringLiteral("currentRow") << QJsonValue(4);
+        QTest::newRow("queue") << QStringLiteral("queue") << QJsonValue(QJsonArray{2, 4});
+        QTest::newRow("queue twice") << QStringLiteral("queue") << QJsonValue(QJsonArray{2, 2});
+        QTest::newRow("played fraction") << QStringLiteral("played") << QJsonValue(QJsonArray{0.5});
+        QTest::newRow("override row")
+            << QStringLiteral("mixOverrides") << QJsonValue(QJsonArray{QJsonArray{4, 100, 100}});
+        QTest::newRow("override pair")
+            << QStringLiteral("mixOverrides") << QJsonValue(QJsonArray{QJsonArray{1, 100}});
+        QTest::newRow("no queue") << QStringLiteral("queue") << QJsonValue(QJsonValue::Undefined);
     }
 
     void aSideFileNamingRowsOutOfRangeBringsBackTheRowsOnly()
     {
-        QFETCH(QByteArray, position);
-        const SessionFiles::Saved saved = readWithPosition(position);
+        QFETCH(QString, key);
+        QFETCH(QJsonValue, value);
+        // A side file right for the four rows but for that one entry.
+        QJsonObject position{{QStringLiteral("rows"), 4},
+                             {QStringLiteral("currentRow"), 1},
+                             {QStringLiteral("queue"), QJsonArray()},
+                             {QStringLiteral("played"), QJsonArray()},
+                             {QStringLiteral("mixOverrides"), QJsonArray()}};
+        if (value.isUndefined())
+            position.remove(key);
+        else
+            position.insert(key, value);
+        const SessionFiles::Saved saved = readWithPosition(QJsonDocument(position).toJson());
         checkRowsOnly(saved);
         QCOMPARE(saved.positionProblem, QStringLiteral("its rows are out of range"));
     }
