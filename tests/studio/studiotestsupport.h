@@ -4,8 +4,12 @@
 // files, and answering the window's message boxes and menus from inside a test.
 
 #include "../ui/uitestsupport.h"
+#include "asrunrecorder.h"
+#include "audioengine.h"
 #include "musiclibrary.h"
+#include "playlistmodel.h"
 #include "playouttestsupport.h"
+#include "playouttracks.h"
 
 #include <QDir>
 #include <QSettings>
@@ -39,6 +43,24 @@ inline void removeStudioLocations()
     QDir(dataFolder()).removeRecursively();
     uitest::removeTestLocations();
 }
+
+// A list played by an engine, with a recorder writing its as-run rows. The engine has its list
+// before the recorder watches it, as in the programs.
+struct RecordedPlayout {
+    explicit RecordedPlayout(std::initializer_list<Track> rows) : recorder(attach(rows)) {}
+
+    PlaylistModel playlist;
+    AudioEngine engine;
+    AsRunRecorder recorder;
+
+private:
+    AudioEngine* attach(std::initializer_list<Track> rows)
+    {
+        playouttest::appendRows(playlist, rows);
+        engine.setPlaylist(&playlist);
+        return &engine;
+    }
+};
 
 inline QString titleOf(const Track& track)
 {

@@ -9,6 +9,7 @@
 #include "playlistmodel.h"
 #include "playouttestsupport.h"
 #include "playouttracks.h"
+#include "studiotestsupport.h"
 #include "teststore.h"
 
 #include <QElapsedTimer>
@@ -82,12 +83,9 @@ private slots:
         library.addFiles({toneA, toneB});
         QCOMPARE(playCount(toneA), 0);
 
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Ann"), QStringLiteral("First"), toneA),
-                              fileTrack(QStringLiteral("Bob"), QStringLiteral("Second"), toneB)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig({fileTrack(QStringLiteral("Ann"), QStringLiteral("First"), toneA),
+                                         fileTrack(QStringLiteral("Bob"), QStringLiteral("Second"), toneB)});
+        auto& [playlist, engine, recorder] = rig;
         QVERIFY(recorder.isEnabled());
         QList<QDateTime> startedAt;
         connect(&engine, &AudioEngine::trackStarted, this,
@@ -129,11 +127,8 @@ private slots:
 
     void finishAllWaitsUntilTheRowsAreInTheStore()
     {
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Cy"), QStringLiteral("Third"), toneA)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig({fileTrack(QStringLiteral("Cy"), QStringLiteral("Third"), toneA)});
+        auto& [playlist, engine, recorder] = rig;
         const int before = int(allRows().size());
         engine.playRow(0);
         QTRY_COMPARE_WITH_TIMEOUT(recorder.openEntryCount(), 1, 15000);

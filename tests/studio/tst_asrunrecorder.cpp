@@ -11,6 +11,7 @@
 #include "playouttestsupport.h"
 #include "playouttracks.h"
 #include "streamserver.h"
+#include "studiotestsupport.h"
 #include "teststore.h"
 
 #include <QApplication>
@@ -146,13 +147,11 @@ private slots:
         library.addFiles({shortA, shortB, shortC});
         QCOMPARE(playCount(shortA), 0);
 
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Ann"), QStringLiteral("One, \"1\""), shortA),
-                              fileTrack(QStringLiteral("Bob"), QStringLiteral("Two"), shortB),
-                              fileTrack(QStringLiteral("Cy"), QStringLiteral("Three"), shortC)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Ann"), QStringLiteral("One, \"1\""), shortA),
+             fileTrack(QStringLiteral("Bob"), QStringLiteral("Two"), shortB),
+             fileTrack(QStringLiteral("Cy"), QStringLiteral("Three"), shortC)});
+        auto& [playlist, engine, recorder] = rig;
         QVERIFY(recorder.isEnabled());
         const QDateTime before = QDateTime::currentDateTime();
         engine.playRow(0);
@@ -182,11 +181,9 @@ private slots:
 
     void stoppingEndsTheRowWithStopAndAnOpenWindowFollows()
     {
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
+        auto& [playlist, engine, recorder] = rig;
         AsRunWindow window;
         window.setRecorder(&recorder);
         QCOMPARE(window.entries().size(), 0);
@@ -203,12 +200,10 @@ private slots:
     void nextEndsTheRowWithSkipAndOpensTheNextOne()
     {
         setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone),
-                              fileTrack(QStringLiteral("Also"), QStringLiteral("Long"), longTone)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone),
+             fileTrack(QStringLiteral("Also"), QStringLiteral("Long"), longTone)});
+        auto& [playlist, engine, recorder] = rig;
         PLAYOUT_CHECKED(startAndWait(engine, 0));
         QTRY_COMPARE_WITH_TIMEOUT(allRows().size(), 1, 30000);
         engine.next();
@@ -225,11 +220,9 @@ private slots:
     {
         StreamServer server(taggedLive, 16000);
         QVERIFY(server.start());
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
+        auto& [playlist, engine, recorder] = rig;
         PLAYOUT_CHECKED(startAndWait(engine, 0));
         QTRY_COMPARE_WITH_TIMEOUT(allRows().size(), 1, 30000);
 
@@ -263,11 +256,8 @@ private slots:
     {
         StreamServer server(taggedLive, 16000);
         QVERIFY(server.start());
-        PlaylistModel playlist;
-        appendRows(playlist, {streamTrack(server.url())});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig({streamTrack(server.url())});
+        auto& [playlist, engine, recorder] = rig;
         engine.playRow(0);
         QTRY_COMPARE_WITH_TIMEOUT(allRows().size(), 1, 30000);
         QCOMPARE(allRows().first().filePath, server.url());
@@ -281,11 +271,9 @@ private slots:
 
     void finishAllEndsWhatIsStillSoundingOnClose()
     {
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Long"), QStringLiteral("Tone"), longTone)});
+        auto& [playlist, engine, recorder] = rig;
         PLAYOUT_CHECKED(startAndWait(engine, 0));
         QTRY_COMPARE_WITH_TIMEOUT(recorder.openEntryCount(), 1, 30000);
         // Some time on air, so that the played time is above zero.
@@ -309,12 +297,10 @@ private slots:
         ondarotest::closeStore();
         QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), ondarotest::storeConnection())
             .setDatabaseName(dir.filePath(QStringLiteral("no/such/folder/library.db")));
-        PlaylistModel playlist;
-        appendRows(playlist, {fileTrack(QStringLiteral("Short"), QStringLiteral("Tone"), shortC),
-                              fileTrack(QStringLiteral("Short"), QStringLiteral("Again"), shortC)});
-        AudioEngine engine;
-        engine.setPlaylist(&playlist);
-        AsRunRecorder recorder(&engine);
+        studiotest::RecordedPlayout rig(
+            {fileTrack(QStringLiteral("Short"), QStringLiteral("Tone"), shortC),
+             fileTrack(QStringLiteral("Short"), QStringLiteral("Again"), shortC)});
+        auto& [playlist, engine, recorder] = rig;
         QSignalSpy disabled(&recorder, &AsRunRecorder::disabled);
         QVERIFY(!recorder.isEnabled());
         QVERIFY(!recorder.disabledReason().isEmpty());
