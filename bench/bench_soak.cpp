@@ -8,15 +8,14 @@
 // Goal: flat after warm-up, under 1 MB per 1,000 tracks.
 
 #include "audioengine.h"
+#include "benchtones.h"
 #include "musiclibrary.h"
 #include "playlistmodel.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMediaDevices>
-#include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -32,18 +31,6 @@ namespace {
 constexpr int fileCount = 20;
 constexpr double trackSeconds = 0.3;
 constexpr int reportEvery = 100;
-
-QString makeTone(const QString& dir, int index)
-{
-    const QString path = QDir(dir).filePath(QStringLiteral("soak%1.wav").arg(index));
-    const int rc =
-        QProcess::execute(QStringLiteral("sox"),
-                          {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
-                           QStringLiteral("-c"), QStringLiteral("2"), path, QStringLiteral("synth"),
-                           QString::number(trackSeconds), QStringLiteral("sine"),
-                           QString::number(300 + 40 * index), QStringLiteral("vol"), QStringLiteral("0.5")});
-    return rc == 0 ? path : QString();
-}
 
 // Resident set size in kilobytes, from /proc/self/statm.
 qint64 residentKb()
@@ -85,7 +72,7 @@ int main(int argc, char* argv[])
     }
     QStringList files;
     for (int i = 0; i < fileCount; ++i) {
-        files << makeTone(dir.path(), i);
+        files << makeBenchTone(dir.path(), QStringLiteral("soak%1.wav").arg(i), 300 + 40 * i, trackSeconds);
         if (files.last().isEmpty()) {
             std::printf("sox failed\n");
             return 1;
