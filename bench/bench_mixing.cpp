@@ -5,6 +5,7 @@
 // 40 ms buffer.
 
 #include "audioengine.h"
+#include "benchtones.h"
 #include "mixrules.h"
 #include "playlistmodel.h"
 
@@ -13,10 +14,8 @@
 #include <QAudioDevice>
 #include <QAudioFormat>
 #include <QAudioOutput>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QMediaDevices>
-#include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -40,18 +39,6 @@ double median(std::vector<double> values)
     std::sort(values.begin(), values.end());
     const size_t n = values.size();
     return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2.0;
-}
-
-QString makeTone(const QString& dir, int index)
-{
-    const QString path = QDir(dir).filePath(QStringLiteral("tone%1.wav").arg(index));
-    const int rc =
-        QProcess::execute(QStringLiteral("sox"),
-                          {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
-                           QStringLiteral("-c"), QStringLiteral("2"), path, QStringLiteral("synth"),
-                           QString::number(trackSeconds), QStringLiteral("sine"),
-                           QString::number(300 + 60 * index), QStringLiteral("vol"), QStringLiteral("0.5")});
-    return rc == 0 ? path : QString();
 }
 
 double meterMicrosecondsPerBuffer()
@@ -110,7 +97,8 @@ int main(int argc, char* argv[])
 
     PlaylistModel playlist;
     for (int i = 0; i <= mixCount; ++i) {
-        const QString path = makeTone(dir.path(), i);
+        const QString path =
+            makeBenchTone(dir.path(), QStringLiteral("tone%1.wav").arg(i), 300 + 60 * i, trackSeconds);
         if (path.isEmpty()) {
             std::printf("sox failed to make the test tones\n");
             return 1;

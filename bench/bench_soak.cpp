@@ -8,15 +8,14 @@
 // Goal: flat after warm-up, under 1 MB per 1,000 tracks.
 
 #include "audioengine.h"
+#include "benchtones.h"
 #include "musiclibrary.h"
 #include "playlistmodel.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMediaDevices>
-#include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -24,6 +23,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace {
@@ -32,18 +32,6 @@ namespace {
 constexpr int fileCount = 20;
 constexpr double trackSeconds = 0.3;
 constexpr int reportEvery = 100;
-
-QString makeTone(const QString& dir, int index)
-{
-    const QString path = QDir(dir).filePath(QStringLiteral("soak%1.wav").arg(index));
-    const int rc =
-        QProcess::execute(QStringLiteral("sox"),
-                          {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
-                           QStringLiteral("-c"), QStringLiteral("2"), path, QStringLiteral("synth"),
-                           QString::number(trackSeconds), QStringLiteral("sine"),
-                           QString::number(300 + 40 * index), QStringLiteral("vol"), QStringLiteral("0.5")});
-    return rc == 0 ? path : QString();
-}
 
 // Resident set size in kilobytes, from /proc/self/statm.
 qint64 residentKb()
@@ -55,6 +43,13 @@ qint64 residentKb()
     if (fields.size() < 2)
         return -1;
     return fields.at(1).toLongLong() * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// Heap in use in kilobytes, all malloc arenas together: what is held, as opposed to what the
+// allocator keeps mapped (RSS) around it.
+qint64 heapInUseKb()
+{
+    return qint64(mallinfo2().uordblks / 1024);
 }
 
 } // namespace
@@ -85,7 +80,7 @@ int main(int argc, char* argv[])
     }
     QStringList files;
     for (int i = 0; i < fileCount; ++i) {
-        files << makeTone(dir.path(), i);
+        files << makeBenchTone(dir.path(), QStringLiteral("soak%1.wav").arg(i), 300 + 40 * i, trackSeconds);
         if (files.last().isEmpty()) {
             std::printf("sox failed\n");
             return 1;
@@ -109,17 +104,21 @@ int main(int argc, char* argv[])
 
     int started = 0;
     qint64 warmKb = -1;
+    qint64 warmHeapKb = -1;
     QElapsedTimer clock;
     clock.start();
     std::printf("tracks of %.1f s, %d files, %d tracks, warm-up %d, %s\n", trackSeconds, fileCount, total, warmUp,
                 metered ? "metered" : "not metered");
-    std::printf("%8s %10s %10s\n", "tracks", "RSS kB", "seconds");
+    std::printf("%8s %10s %10s %10s\n", "tracks", "RSS kB", "heap kB", "seconds");
     QObject::connect(&engine, &AudioEngine::currentRowChanged, &app, [&](int) {
         ++started;
-        if (started == warmUp)
+        if (started == warmUp) {
             warmKb = residentKb();
+            warmHeapKb = heapInUseKb();
+        }
         if (started % reportEvery == 0)
-            std::printf("%8d %10lld %10.1f\n", started, residentKb(), clock.elapsed() / 1000.0);
+            std::printf("%8d %10lld %10lld %10.1f\n", started, residentKb(), heapInUseKb(),
+                        clock.elapsed() / 1000.0);
         std::fflush(stdout);
     });
     QObject::connect(&engine, &AudioEngine::logMessage, &app, [&](const QString& text) {
@@ -130,6 +129,7 @@ int main(int argc, char* argv[])
     app.exec();
 
     const qint64 endKb = residentKb();
+    const qint64 endHeapKb = heapInUseKb();
     const int measured = started - warmUp;
     if (warmKb < 0 || measured < 1) {
         std::printf("too few tracks played (%d)\n", started);
@@ -141,5 +141,7 @@ int main(int argc, char* argv[])
     std::printf("RSS after warm-up %lld kB, at the end %lld kB\n", warmKb, endKb);
     std::printf("growth after warm-up: %.0f kB per 1,000 tracks (goal < 1024)\n",
                 double(endKb - warmKb) * 1000.0 / measured);
+    std::printf("heap in use after warm-up %lld kB, at the end %lld kB: %.0f kB per 1,000 tracks\n", warmHeapKb,
+                endHeapKb, double(endHeapKb - warmHeapKb) * 1000.0 / measured);
     return 0;
 }

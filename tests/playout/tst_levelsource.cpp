@@ -5,6 +5,8 @@
 #include "playouttestsupport.h"
 
 #include <QAudioOutput>
+#include <QFile>
+#include <QRegularExpression>
 #include <QMediaPlayer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -148,6 +150,60 @@ private slots:
         player.play();
         QTest::qWait(1500);
         QCOMPARE(buffers.count(), 0);
+    }
+
+    void aFileThatVanishedGivesNoLevelsAndOneLogLine()
+    {
+        const QString path = makeTone(dir.path(), QStringLiteral("vanishing.wav"), 440, 4, 0.5);
+        QMediaPlayer player;
+        QAudioOutput output;
+        player.setAudioOutput(&output);
+        LevelSource source(&player);
+        source.setEnabled(false);
+        QSignalSpy buffers(&source, &LevelSource::bufferReady);
+        player.setSource(QUrl::fromLocalFile(path));
+        player.play();
+        QTRY_VERIFY_WITH_TIMEOUT(player.position() > 300, 10000);
+        // The player holds the file open; the meter comes to it only after it is gone.
+        QVERIFY(QFile::remove(path));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^no levels for .*vanishing.wav")));
+        QTest::failOnWarning(QRegularExpression(QStringLiteral("^no levels for")));
+        source.setEnabled(true);
+        QTest::qWait(500);
+        // Switched off and on again: the same source is not tried, nor logged, again.
+        source.setEnabled(false);
+        source.setEnabled(true);
+        QTRY_VERIFY_WITH_TIMEOUT(player.mediaStatus() == QMediaPlayer::EndOfMedia, 10000);
+        QCOMPARE(buffers.count(), 0);
+    }
+
+    void aDamagedMp3StillMetersInOrder()
+    {
+        QFile in(mp3Tone);
+        QVERIFY(in.open(QIODevice::ReadOnly));
+        QByteArray data = in.readAll();
+        for (qsizetype i = data.size() / 2; i < data.size() / 2 + 6000 && i < data.size(); ++i)
+            data[i] = char((i * 7919) & 0xff);
+        const QString path = QDir(dir.path()).filePath(QStringLiteral("damaged.mp3"));
+        QFile out(path);
+        QVERIFY(out.open(QIODevice::WriteOnly));
+        out.write(data);
+        out.close();
+        QMediaPlayer player;
+        QAudioOutput output;
+        player.setAudioOutput(&output);
+        LevelSource source(&player);
+        QList<qint64> starts;
+        connect(&source, &LevelSource::bufferReady, this,
+                [&](const QAudioBuffer& buffer) { starts << buffer.startTime(); });
+        player.setSource(QUrl::fromLocalFile(path));
+        player.play();
+        QTRY_VERIFY_WITH_TIMEOUT(player.mediaStatus() == QMediaPlayer::EndOfMedia ||
+                                     player.error() != QMediaPlayer::NoError,
+                                 20000);
+        QVERIFY(starts.size() > 10);
+        for (int i = 1; i < starts.size(); ++i)
+            QVERIFY(starts.at(i) > starts.at(i - 1));
     }
 
     void engineReportsLevelsScaledByTheMasterVolume()
