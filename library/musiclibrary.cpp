@@ -225,20 +225,26 @@ void MusicLibrary::ensureSchema()
     const QStringList columns = trackColumns();
     const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
     const bool hadFilename = columns.contains(QStringLiteral("filename"));
+    // Each column step runs in one transaction: one that fails part-way is rolled back and, its
+    // column still missing, runs again at the next start.
     if (!hadDurationStr) {
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"));
+        StoreTransaction migration("Adding display lengths to the tracks");
         // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                            "(duration_ms/1000)%60)"));
+        if (exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
+            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
+                                "(duration_ms/1000)%60)")))
+            migration.commit();
     }
     // A second probe: the three play columns count as one step, decided by play_count alone.
     if (!trackColumns().contains(QStringLiteral("play_count"))) {
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"));
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"));
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"));
-        StoreQuery q("Dating the existing tracks");
-        q.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
-              {QDateTime::currentDateTime().toString(Qt::ISODate)});
+        StoreQuery dating("Dating the existing tracks");
+        StoreTransaction migration("Adding play counts to the tracks");
+        if (exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
+            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
+            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
+            dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
+                       {QDateTime::currentDateTime().toString(Qt::ISODate)}))
+            migration.commit();
     }
     if (!hadFilename)
         addFilenameColumn();
