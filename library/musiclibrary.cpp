@@ -182,24 +182,22 @@ QString MusicLibrary::embeddedDatabaseFile()
 
 // The column and its values in one transaction: a migration that fails part-way leaves the column
 // missing, so that the next start runs it again, instead of a column of empty names.
-static void addFilenameColumn()
+static bool addFilenameColumn()
 {
     StoreQuery rows("Adding file names to the tracks");
     StoreQuery update("Adding file names to the tracks");
     StoreTransaction migration("Adding file names to the tracks");
-    if (!exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''")))
-        return;
-    if (!rows.exec(QStringLiteral("SELECT id, filepath FROM tracks")))
-        return;
-    if (!update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?")))
-        return;
+    if (!exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''")) ||
+        !rows.exec(QStringLiteral("SELECT id, filepath FROM tracks")) ||
+        !update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?")))
+        return false;
     while (rows.next()) {
         update.bind(QFileInfo(rows.value(1).toString()).fileName());
         update.bind(rows.value(0));
         if (!update.exec())
-            return;
+            return false;
     }
-    migration.commit();
+    return migration.commit();
 }
 
 void MusicLibrary::ensureSchema()
@@ -226,28 +224,34 @@ void MusicLibrary::ensureSchema()
     const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
     const bool hadFilename = columns.contains(QStringLiteral("filename"));
     // Each column step runs in one transaction: one that fails part-way is rolled back and, its
-    // column still missing, runs again at the next start.
+    // column still missing, runs again at the next start. The rest of the set-up (the index and the
+    // version) then waits for that start too, so that the index is rebuilt over complete columns.
+    bool migrated = true;
     if (!hadDurationStr) {
         StoreTransaction migration("Adding display lengths to the tracks");
         // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        if (exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
-            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                                "(duration_ms/1000)%60)")))
-            migration.commit();
+        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
+                   exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
+                                       "(duration_ms/1000)%60)")) &&
+                   migration.commit();
     }
     // A second probe: the three play columns count as one step, decided by play_count alone.
     if (!trackColumns().contains(QStringLiteral("play_count"))) {
         StoreQuery dating("Dating the existing tracks");
         StoreTransaction migration("Adding play counts to the tracks");
-        if (exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
-            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
-            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
-            dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
-                       {QDateTime::currentDateTime().toString(Qt::ISODate)}))
-            migration.commit();
+        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
+                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
+                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
+                   dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
+                              {QDateTime::currentDateTime().toString(Qt::ISODate)}) &&
+                   migration.commit() && migrated;
     }
     if (!hadFilename)
-        addFilenameColumn();
+        migrated = addFilenameColumn() && migrated;
+    if (!migrated) {
+        qCWarning(lcLibrary) << "The library database was not brought up to date; the next start tries again";
+        return;
+    }
 
     const int version = static_cast<int>(firstValue(QStringLiteral("PRAGMA user_version"), {}));
     if (version <= 2) {
