@@ -58,8 +58,8 @@ qint64 AsRunLog::recordStart(const AsRunEntry& entry)
         return 0;
     }
     StoreQuery q("as-run log: start");
-    if (!q.run(kInsert,
-               {timeText(entry.startedAt), entry.filePath, entry.artist, entry.title, entry.isStream ? 1 : 0}))
+    if (!q.run(kInsert, {timeText(entry.startedAt), entry.filePath, entry.artist, entry.title,
+                         entry.isStream ? 1 : 0}))
         return 0;
     const qint64 id = q.lastInsertId().toLongLong();
     if (id <= 0)

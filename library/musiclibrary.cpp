@@ -6,13 +6,13 @@
 #include "libraryconnection.h"
 #include "librarylogging.h"
 #include "librarysql.h"
-#include "tracktext.h"
 #include "pgschema.h"
 #include "storequery.h"
 #include "storetransaction.h"
 #include "trackanalysis.h"
 #include "trackparams.h"
 #include "trackrowreader.h"
+#include "tracktext.h"
 
 #include <algorithm>
 
@@ -230,10 +230,11 @@ void MusicLibrary::ensureSchema()
     if (!hadDurationStr) {
         StoreTransaction migration("Adding display lengths to the tracks");
         // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
-                   exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                                       "(duration_ms/1000)%60)")) &&
-                   migration.commit();
+        migrated =
+            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
+            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
+                                "(duration_ms/1000)%60)")) &&
+            migration.commit();
     }
     // A second probe: the three play columns count as one step, decided by play_count alone.
     if (!trackColumns().contains(QStringLiteral("play_count"))) {
@@ -608,7 +609,8 @@ void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, con
     if (folderMode)
         return;
     StoreQuery q("Changing a stream");
-    q.run(QStringLiteral("UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"),
+    q.run(QStringLiteral(
+              "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"),
           {newUrl.trimmed(), title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed(), name, oldUrl});
 }
 
@@ -625,8 +627,8 @@ int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
         return changed;
     }
     StoreQuery q("Storing a duration");
-    if (!q.run(QStringLiteral(
-                   "UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND filepath=? AND is_stream=0"),
+    if (!q.run(QStringLiteral("UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND "
+                              "filepath=? AND is_stream=0"),
                {ms, formatDuration(ms), name, filePath}))
         return 0;
     return q.numRowsAffected();
@@ -820,8 +822,7 @@ QList<Track> MusicLibrary::search(const QString& text) const
         return plainListing();
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(librarysql::likeSearch,
-                          {name, like, like, like, like, like, like, like, like});
+        return runListing(librarysql::likeSearch, {name, like, like, like, like, like, like, like, like});
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);

@@ -309,17 +309,19 @@ void TestLibrarySchema::databaseWithPlayCountButWithoutLastPlayedIsNotRepaired()
 
 void TestLibrarySchema::aColumnMigrationThatFailsPartWayIsRolledBackAndRunsAgainAtTheNextStart()
 {
-    const QString refuse = QStringLiteral("CREATE TRIGGER refuse_boom BEFORE UPDATE ON tracks WHEN new.filepath "
-                                          "LIKE '%boom%' BEGIN SELECT RAISE(ABORT, 'refused by the test'); END");
-    buildDatabase({QLatin1String(kOldestTracks),
-                   QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"),
-                   QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"),
-                   QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"),
-                   QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"),
-                   QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song One.mp3','1')"),
-                   QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/boom.mp3','2')"),
-                   QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song Three.mp3','3')"),
-                   QStringLiteral("PRAGMA user_version=2"), refuse});
+    const QString refuse =
+        QStringLiteral("CREATE TRIGGER refuse_boom BEFORE UPDATE ON tracks WHEN new.filepath "
+                       "LIKE '%boom%' BEGIN SELECT RAISE(ABORT, 'refused by the test'); END");
+    buildDatabase(
+        {QLatin1String(kOldestTracks),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song One.mp3','1')"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/boom.mp3','2')"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song Three.mp3','3')"),
+         QStringLiteral("PRAGMA user_version=2"), refuse});
     QVERIFY(MusicLibrary::initialize());
     // The filename step failed on its second row: no column of half-filled names, and the version
     // stays, so that the next start runs the step and the index rebuild again.

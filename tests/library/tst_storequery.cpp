@@ -78,7 +78,8 @@ void TestStoreQuery::aRefusedStatementIsLoggedOnceWithItsStatementAndValues()
     QCOMPARE(g_libraryWarnings.size(), 1);
     const QString line = g_libraryWarnings.first();
     QVERIFY2(line.startsWith(QStringLiteral("Testing a refusal failed:")), qPrintable(line));
-    QVERIFY2(line.contains(QStringLiteral("| statement: INSERT INTO libraries(name) VALUES(?)")), qPrintable(line));
+    QVERIFY2(line.contains(QStringLiteral("| statement: INSERT INTO libraries(name) VALUES(?)")),
+             qPrintable(line));
     QVERIFY2(line.contains(QStringLiteral("| values: ('Jazz')")), qPrintable(line));
 }
 
@@ -119,9 +120,10 @@ void TestStoreQuery::aStatementThatSucceedsLogsNothing()
 void TestStoreQuery::aNullTextBindsAsEmptyTextAndANullValueAsNull()
 {
     StoreQuery q("Testing binding");
-    QVERIFY(q.run(QStringLiteral("SELECT CAST(? AS TEXT) IS NULL, CAST(? AS TEXT) = '', CAST(? AS TEXT) IS NULL, "
-                                 "CAST(? AS TEXT) IS NULL"),
-                  {QString(), QString(), QVariant(QMetaType(QMetaType::QString)), QVariant()}));
+    QVERIFY(
+        q.run(QStringLiteral("SELECT CAST(? AS TEXT) IS NULL, CAST(? AS TEXT) = '', CAST(? AS TEXT) IS NULL, "
+                             "CAST(? AS TEXT) IS NULL"),
+              {QString(), QString(), QVariant(QMetaType(QMetaType::QString)), QVariant()}));
     QVERIFY(q.next());
     QCOMPARE(q.value(0).toInt(), 0);
     QCOMPARE(q.value(1).toInt(), 1);
@@ -160,11 +162,13 @@ void TestStoreQuery::aDirectReadThatFailsIsLoggedWithItsStatementAndValues()
     if (!direct.isUsable())
         QSKIP("Direct reads run on the embedded database only");
     const int before = LibraryConnection::failureCount();
-    QVERIFY(!direct.exec(QStringLiteral("SELECT * FROM no_such_table WHERE title=?"), {QStringLiteral("Help")}));
+    QVERIFY(
+        !direct.exec(QStringLiteral("SELECT * FROM no_such_table WHERE title=?"), {QStringLiteral("Help")}));
     QCOMPARE(g_libraryWarnings.size(), 1);
     const QString line = g_libraryWarnings.first();
     QVERIFY2(line.contains(QStringLiteral("no such table")), qPrintable(line));
-    QVERIFY2(line.contains(QStringLiteral("| statement: SELECT * FROM no_such_table WHERE title=?")), qPrintable(line));
+    QVERIFY2(line.contains(QStringLiteral("| statement: SELECT * FROM no_such_table WHERE title=?")),
+             qPrintable(line));
     QVERIFY2(line.contains(QStringLiteral("| values: ('Help')")), qPrintable(line));
     QCOMPARE(LibraryConnection::failureCount(), before + 1);
 }

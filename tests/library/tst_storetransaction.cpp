@@ -65,9 +65,10 @@ bool TestStoreTransaction::refuseBoom(const QString& table, const QString& event
 {
     const QString row = event == QLatin1String("DELETE") ? QStringLiteral("old") : QStringLiteral("new");
     if (!onServer()) {
-        return run(QStringLiteral("CREATE TRIGGER refuse_boom_%1 BEFORE %2 ON %3 WHEN %4.filepath LIKE '%boom%' "
-                                  "BEGIN SELECT RAISE(ABORT, 'refused by the test'); END")
-                       .arg(event.toLower(), event, table, row));
+        return run(
+            QStringLiteral("CREATE TRIGGER refuse_boom_%1 BEFORE %2 ON %3 WHEN %4.filepath LIKE '%boom%' "
+                           "BEGIN SELECT RAISE(ABORT, 'refused by the test'); END")
+                .arg(event.toLower(), event, table, row));
     }
     return run(QStringLiteral("CREATE OR REPLACE FUNCTION refuse_boom() RETURNS trigger LANGUAGE plpgsql AS "
                               "$$ BEGIN RAISE EXCEPTION 'refused by the test'; END $$")) &&
@@ -82,7 +83,8 @@ QStringList TestStoreTransaction::makeFiles(int count, const QString& last)
 {
     QStringList paths;
     for (int i = 0; i < count; ++i) {
-        const QString name = i == count - 1 ? last : QStringLiteral("song%1.mp3").arg(i, 3, 10, QLatin1Char('0'));
+        const QString name =
+            i == count - 1 ? last : QStringLiteral("song%1.mp3").arg(i, 3, 10, QLatin1Char('0'));
         QFile file(files.path() + QLatin1Char('/') + name);
         if (!file.open(QIODevice::WriteOnly))
             return {};
@@ -128,11 +130,12 @@ void TestStoreTransaction::anExplicitRollbackDropsTheBatchAndCommitThenFails()
 
 void TestStoreTransaction::aTransactionOnAClosedDatabaseDoesNotBeginAndIsCounted()
 {
-    QSqlDatabase closed = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("never_opened"));
+    QSqlDatabase closed =
+        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("never_opened"));
     {
         const int before = LibraryConnection::failureCount();
-        QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(QStringLiteral("^Testing a closed database cannot begin a transaction")));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(
+                                               "^Testing a closed database cannot begin a transaction")));
         StoreTransaction batch(closed, "Testing a closed database");
         QVERIFY(!batch.isActive());
         QVERIFY(!batch.commit());
@@ -175,14 +178,15 @@ void TestStoreTransaction::settingACategoryThatFailsPartWayChangesNone()
 {
     MusicLibrary lib;
     lib.setLibrary(QStringLiteral("Jingles"));
-    const QStringList paths{QStringLiteral("/m/a.mp3"), QStringLiteral("/m/b.mp3"), QStringLiteral("/m/boom.mp3"),
-                            QStringLiteral("/m/d.mp3")};
+    const QStringList paths{QStringLiteral("/m/a.mp3"), QStringLiteral("/m/b.mp3"),
+                            QStringLiteral("/m/boom.mp3"), QStringLiteral("/m/d.mp3")};
     for (const QString& path : paths)
         lib.addTrack(makeTrack(QStringLiteral("Station"), path, path));
     QVERIFY(refuseBoom(QStringLiteral("tracks"), QStringLiteral("UPDATE")));
     QCOMPARE(TrackCategories::setCategory(QStringLiteral("Jingles"), paths, QStringLiteral("Jingle")), 0);
     QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE category='Jingle'")).toInt(), 0);
-    QCOMPARE(TrackCategories::categoriesInUse(QStringLiteral("Jingles")), QStringList{QStringLiteral("Foreign")});
+    QCOMPARE(TrackCategories::categoriesInUse(QStringLiteral("Jingles")),
+             QStringList{QStringLiteral("Foreign")});
 
     // Without the refused row the same selection is set as a whole.
     QStringList good = paths;

@@ -58,7 +58,8 @@ void TestStoreServerLoss::initTestCase()
     // A socket path must stay short.
     serverDir = QStringLiteral("/tmp/ondaro-storeloss-%1").arg(QCoreApplication::applicationPid());
     QVERIFY(server(QStringLiteral("start"), QStringLiteral("--fresh")));
-    const DatabaseUrl url = DatabaseUrl::parse(QStringLiteral("postgresql://ondaro@/ondaro?host=") + serverDir);
+    const DatabaseUrl url =
+        DatabaseUrl::parse(QStringLiteral("postgresql://ondaro@/ondaro?host=") + serverDir);
     QVERIFY(url.isValid());
     qputenv("ONDARO_DATABASE_URL", url.text.toUtf8());
     LibraryConnection::setReconnectInterval(200);
@@ -88,8 +89,9 @@ void TestStoreServerLoss::stopAndExpectLoss(const std::function<void()>& operati
     QVERIFY(server(QStringLiteral("stop")));
     operation();
     QVERIFY2(LibraryConnection::failureCount() > before, "the failure was not reported");
-    QVERIFY2(LibraryConnection::problem().startsWith(QStringLiteral("Lost the connection to the database server")),
-             qPrintable(LibraryConnection::problem()));
+    QVERIFY2(
+        LibraryConnection::problem().startsWith(QStringLiteral("Lost the connection to the database server")),
+        qPrintable(LibraryConnection::problem()));
     QVERIFY(!MusicLibrary::database().isOpen());
 }
 
@@ -151,7 +153,8 @@ void TestStoreServerLoss::aDatabaseCopyReportsALostServer()
 {
     QVERIFY(!DatabaseCopy::columnsOf(MusicLibrary::database(), QStringLiteral("tracks")).isEmpty());
     stopAndExpectLoss([] {
-        const DatabaseCopy::Result result = DatabaseCopy::copy(MusicLibrary::database(), MusicLibrary::database());
+        const DatabaseCopy::Result result =
+            DatabaseCopy::copy(MusicLibrary::database(), MusicLibrary::database());
         QVERIFY(!result.ok);
         QVERIFY(!result.message.isEmpty());
     });
