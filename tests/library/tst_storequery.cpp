@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <thread>
+
 using namespace testsupport;
 
 namespace {
@@ -44,6 +46,7 @@ private slots:
     void aNullTextBindsAsEmptyTextAndANullValueAsNull();
     void rowsComeBackInOrderThroughNext();
     void aDirectReadThatFailsIsLoggedWithItsStatementAndValues();
+    void aFailureOnAnotherThreadsOwnConnectionLeavesTheSharedOneAlone();
 
 private:
     QTemporaryDir home;
@@ -171,6 +174,37 @@ void TestStoreQuery::aDirectReadThatFailsIsLoggedWithItsStatementAndValues()
              qPrintable(line));
     QVERIFY2(line.contains(QStringLiteral("| values: ('Help')")), qPrintable(line));
     QCOMPARE(LibraryConnection::failureCount(), before + 1);
+}
+
+void TestStoreQuery::aFailureOnAnotherThreadsOwnConnectionLeavesTheSharedOneAlone()
+{
+    // A connection that a thread made for itself (as the track details reader does) is not the
+    // shared one: its failures are logged, but the shared connection, which belongs to this thread,
+    // is neither counted nor probed from there.
+    const int before = LibraryConnection::failureCount();
+    QStringList threadWarnings;
+    std::thread reader([&threadWarnings] {
+        const QString name = QStringLiteral("tst_storequery_reader");
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+            db.setDatabaseName(QStringLiteral(":memory:"));
+            if (db.open()) {
+                StoreQuery q(db, "Testing another thread");
+                if (q.run(QStringLiteral("SELECT * FROM no_such_table WHERE id=?"), {3}))
+                    threadWarnings << QStringLiteral("the statement did not fail");
+            } else {
+                threadWarnings << QStringLiteral("no connection");
+            }
+        }
+        QSqlDatabase::removeDatabase(name);
+    });
+    reader.join();
+    QVERIFY2(threadWarnings.isEmpty(), qPrintable(threadWarnings.join(QLatin1Char(' '))));
+    QCOMPARE(LibraryConnection::failureCount(), before);
+    QCOMPARE(g_libraryWarnings.size(), 1);
+    QVERIFY2(g_libraryWarnings.first().startsWith(QStringLiteral("Testing another thread failed:")),
+             qPrintable(g_libraryWarnings.first()));
+    QVERIFY(LibraryConnection::problem().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestStoreQuery)
