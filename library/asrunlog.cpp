@@ -2,10 +2,8 @@
 
 #include "libraryconnection.h"
 #include "librarylogging.h"
-#include "musiclibrary.h"
+#include "storequery.h"
 
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QVariant>
 
 namespace {
@@ -32,32 +30,6 @@ const QString kSelectBetween = QStringLiteral(
     "SELECT id, started_at, ended_at, played_ms, filepath, artist, title, is_stream, ended_by FROM as_run "
     "WHERE started_at >= ? AND started_at < ? ORDER BY started_at, id");
 
-// A null QString binds as NULL; the log keeps '' for an empty text.
-QString orEmpty(const QString& text)
-{
-    return text.isNull() ? QStringLiteral("") : text;
-}
-
-bool run(QSqlQuery& q, const QString& sql, const QVariantList& values, const char* what)
-{
-    if (!q.prepare(sql)) {
-        qCWarning(lcLibrary) << "as-run log:" << what << "could not be prepared:" << q.lastError().text();
-        return false;
-    }
-    for (const QVariant& v : values)
-        q.addBindValue(v);
-    if (!q.exec()) {
-        // On a server the failure may be a lost connection, which must be closed so that it reopens.
-        if (LibraryConnection::isServer())
-            LibraryConnection::noteFailure(q.lastError(),
-                                           QByteArray("as-run log: ").append(what).constData());
-        else
-            qCWarning(lcLibrary) << "as-run log:" << what << "failed:" << q.lastError().text();
-        return false;
-    }
-    return true;
-}
-
 } // namespace
 
 QString AsRunLog::timeText(const QDateTime& when)
@@ -75,16 +47,8 @@ QDateTime AsRunLog::timeFromText(const QString& text)
 
 bool AsRunLog::ensureTable()
 {
-    QSqlQuery q(MusicLibrary::database());
-    if (!q.exec(LibraryConnection::isServer() ? kCreateServerTable : kCreateTable)) {
-        qCWarning(lcLibrary) << "as-run log: table could not be created:" << q.lastError().text();
-        return false;
-    }
-    if (!q.exec(kCreateIndex)) {
-        qCWarning(lcLibrary) << "as-run log: index could not be created:" << q.lastError().text();
-        return false;
-    }
-    return true;
+    StoreQuery q("as-run log: creating the table");
+    return q.exec(LibraryConnection::isServer() ? kCreateServerTable : kCreateTable) && q.exec(kCreateIndex);
 }
 
 qint64 AsRunLog::recordStart(const AsRunEntry& entry)
@@ -93,11 +57,9 @@ qint64 AsRunLog::recordStart(const AsRunEntry& entry)
         qCWarning(lcLibrary) << "as-run log: an entry without a start time is not recorded";
         return 0;
     }
-    QSqlQuery q(MusicLibrary::database());
-    if (!run(q, kInsert,
-             {timeText(entry.startedAt), orEmpty(entry.filePath), orEmpty(entry.artist), orEmpty(entry.title),
-              entry.isStream ? 1 : 0},
-             "start"))
+    StoreQuery q("as-run log: start");
+    if (!q.run(kInsert, {timeText(entry.startedAt), entry.filePath, entry.artist, entry.title,
+                         entry.isStream ? 1 : 0}))
         return 0;
     const qint64 id = q.lastInsertId().toLongLong();
     if (id <= 0)
@@ -109,8 +71,8 @@ bool AsRunLog::recordEnd(qint64 id, const QDateTime& endedAt, qint64 playedMs, c
 {
     if (id <= 0)
         return false;
-    QSqlQuery q(MusicLibrary::database());
-    if (!run(q, kUpdateEnd, {timeText(endedAt), qMax<qint64>(playedMs, 0), orEmpty(endedBy), id}, "end"))
+    StoreQuery q("as-run log: end");
+    if (!q.run(kUpdateEnd, {timeText(endedAt), qMax<qint64>(playedMs, 0), endedBy, id}))
         return false;
     return q.numRowsAffected() > 0;
 }
@@ -119,8 +81,8 @@ bool AsRunLog::updateTitle(qint64 id, const QString& title)
 {
     if (id <= 0)
         return false;
-    QSqlQuery q(MusicLibrary::database());
-    if (!run(q, kUpdateTitle, {orEmpty(title), id}, "title update"))
+    StoreQuery q("as-run log: title update");
+    if (!q.run(kUpdateTitle, {title, id}))
         return false;
     return q.numRowsAffected() > 0;
 }
@@ -130,9 +92,9 @@ QList<AsRunEntry> AsRunLog::entriesBetween(const QDateTime& from, const QDateTim
     QList<AsRunEntry> entries;
     if (!from.isValid() || !to.isValid())
         return entries;
-    QSqlQuery q(MusicLibrary::database());
+    StoreQuery q("as-run log: listing");
     q.setForwardOnly(true);
-    if (!run(q, kSelectBetween, {timeText(from), timeText(to)}, "listing"))
+    if (!q.run(kSelectBetween, {timeText(from), timeText(to)}))
         return entries;
     while (q.next()) {
         AsRunEntry e;

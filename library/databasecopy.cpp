@@ -1,11 +1,11 @@
 #include "databasecopy.h"
 
-#include "librarylogging.h"
 #include "pgschema.h"
+#include "storequery.h"
+#include "storetransaction.h"
 
 #include <QSqlDriver>
 #include <QSqlError>
-#include <QSqlQuery>
 #include <QStringList>
 #include <QVariant>
 
@@ -20,7 +20,7 @@ bool isServer(const QSqlDatabase& db)
 
 qint64 rowCount(const QSqlDatabase& db, const QString& table)
 {
-    QSqlQuery q(db);
+    StoreQuery q(db, "Counting the rows of a table");
     if (q.exec(QStringLiteral("SELECT COUNT(*) FROM %1").arg(table)) && q.next())
         return q.value(0).toLongLong();
     return -1;
@@ -36,7 +36,7 @@ QString failure(const QString& what, const QSqlError& error)
 // On a server the ids of copied rows were given explicitly; the identity must go on after the last.
 bool advanceIdentity(const QSqlDatabase& db, const QString& table, QString& message)
 {
-    QSqlQuery q(db);
+    StoreQuery q(db, "Setting the next id");
     if (q.exec(QStringLiteral("SELECT setval(pg_get_serial_sequence('%1', 'id'), COALESCE(MAX(id), 0) + 1, "
                               "false) FROM %1")
                    .arg(table)))
@@ -58,14 +58,13 @@ QString DatabaseCopy::Result::summary() const
 QStringList DatabaseCopy::columnsOf(const QSqlDatabase& db, const QString& table)
 {
     QStringList names;
-    QSqlQuery q(db);
+    StoreQuery q(db, "Reading the columns of a table");
     if (isServer(db)) {
         // Generated columns (the search words) are the server's to compute.
-        q.prepare(QStringLiteral("SELECT column_name FROM information_schema.columns WHERE table_schema = "
-                                 "current_schema() AND table_name = ? AND is_generated = 'NEVER' ORDER BY "
-                                 "ordinal_position"));
-        q.addBindValue(table);
-        if (!q.exec())
+        if (!q.run(QStringLiteral("SELECT column_name FROM information_schema.columns WHERE table_schema = "
+                                  "current_schema() AND table_name = ? AND is_generated = 'NEVER' ORDER BY "
+                                  "ordinal_position"),
+                   {table}))
             return names;
     } else if (!q.exec(QStringLiteral("PRAGMA table_info(%1)").arg(table))) {
         return names;
@@ -101,17 +100,18 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
                 .arg(occupied.second < 0 ? QStringLiteral("unknown") : QString::number(occupied.second));
         return result;
     }
-    QSqlDatabase target = to;
-    if (!target.transaction()) {
+    const QSqlDatabase& target = to;
+    // The whole copy or nothing of it.
+    StoreTransaction transaction(target, "Copying the database");
+    if (!transaction.isActive()) {
         result.message =
             failure(QStringLiteral("Could not begin a transaction on the target"), target.lastError());
         return result;
     }
     auto fail = [&](const QString& message) {
-        target.rollback();
+        transaction.rollback();
         result.rowsCopied.clear();
         result.message = message + QStringLiteral(" Nothing was copied.");
-        qCWarning(lcLibrary).noquote() << result.message;
         return result;
     };
 
@@ -133,7 +133,7 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
             continue;
         }
         const QString list = columns.join(QLatin1Char(','));
-        QSqlQuery read(from);
+        StoreQuery read(from, "Reading a table to copy");
         read.setForwardOnly(true);
         const QString order = columns.contains(QStringLiteral("id")) ? QStringLiteral("id") : columns.first();
         if (!read.exec(QStringLiteral("SELECT %1 FROM %2 ORDER BY %3").arg(list, table, order)))
@@ -141,7 +141,7 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
         QStringList marks;
         for (int i = 0; i < columns.size(); ++i)
             marks << QStringLiteral("?");
-        QSqlQuery write(target);
+        StoreQuery write(target, "Copying a row");
         if (!write.prepare(QStringLiteral("INSERT INTO %1(%2) VALUES(%3)")
                                .arg(table, list, marks.join(QLatin1Char(',')))))
             return fail(
@@ -149,7 +149,7 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
         qint64 done = 0;
         while (read.next()) {
             for (int i = 0; i < columns.size(); ++i)
-                write.bindValue(i, read.value(i));
+                write.bind(read.value(i));
             if (!write.exec())
                 return fail(failure(QStringLiteral("Copying row %1 of %2 failed").arg(done + 1).arg(table),
                                     write.lastError()));
@@ -168,7 +168,7 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
             progress(table, done, total);
         result.rowsCopied.append({table, done});
     }
-    if (!target.commit())
+    if (!transaction.commit())
         return fail(failure(QStringLiteral("Committing the copy failed"), target.lastError()));
     result.ok = true;
     return result;

@@ -1,6 +1,7 @@
 #include "databaseurl.h"
 
-#include <QSettings>
+#include "settingkeys.h"
+
 #include <QStringList>
 #include <QUrl>
 #include <QUrlQuery>
@@ -121,5 +122,5 @@ DatabaseUrl DatabaseUrl::configured()
     const QByteArray fromEnvironment = qgetenv("ONDARO_DATABASE_URL");
     if (!fromEnvironment.trimmed().isEmpty())
         return parse(QString::fromLocal8Bit(fromEnvironment));
-    return parse(QSettings().value(QStringLiteral("library/databaseUrl")).toString());
+    return parse(Settings::databaseUrl.read());
 }

@@ -1,10 +1,12 @@
 #include "directquery.h"
 
 #include "librarylogging.h"
+#include "storequery.h"
 
 #include <QByteArray>
 #include <QDateTime>
 #include <QSqlDriver>
+#include <QSqlError>
 
 #include <sqlite3.h>
 
@@ -122,23 +124,30 @@ void DirectQuery::finish()
     done = true;
 }
 
+bool DirectQuery::fail(const QString& sql, const QVariantList& values, const QString& reason)
+{
+    finish();
+    StoreQuery::reportFailure("Reading the library", sql, values,
+                              QSqlError(QString(), reason, QSqlError::StatementError));
+    return false;
+}
+
 bool DirectQuery::exec(const QString& sql, const QVariantList& values)
 {
     finish();
     if (!isUsable())
         return false;
+    auto* db = static_cast<sqlite3*>(connection);
     const QByteArray text = sql.toUtf8();
-    if (sqlite3_prepare_v2(static_cast<sqlite3*>(connection), text.constData(), int(text.size()), &statement,
-                     nullptr) != SQLITE_OK ||
-        !statement) {
-        finish();
-        return false;
-    }
+    if (sqlite3_prepare_v2(db, text.constData(), int(text.size()), &statement, nullptr) != SQLITE_OK ||
+        !statement)
+        return fail(sql, values, QString::fromUtf8(sqlite3_errmsg(db)));
     // Qt refuses a statement whose placeholders and values do not pair up.
-    if (sqlite3_bind_parameter_count(statement) != values.size()) {
-        finish();
-        return false;
-    }
+    if (sqlite3_bind_parameter_count(statement) != values.size())
+        return fail(sql, values,
+                    QStringLiteral("the statement takes %1 values, %2 were given")
+                        .arg(sqlite3_bind_parameter_count(statement))
+                        .arg(values.size()));
     for (int i = 0; i < values.size(); ++i) {
         const QVariant& v = values.at(i);
         const int position = i + 1;
@@ -169,10 +178,8 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
             }
             }
         }
-        if (rc != SQLITE_OK) {
-            finish();
-            return false;
-        }
+        if (rc != SQLITE_OK)
+            return fail(sql, values, QString::fromUtf8(sqlite3_errmsg(db)));
     }
     recentTexts.assign(size_t(sqlite3_column_count(statement)), RecentText());
     const int rc = sqlite3_step(statement);
@@ -183,8 +190,7 @@ bool DirectQuery::exec(const QString& sql, const QVariantList& values)
     }
     if (rc == SQLITE_DONE)
         return true;
-    finish();
-    return false;
+    return fail(sql, values, QString::fromUtf8(sqlite3_errmsg(db)));
 }
 
 bool DirectQuery::next()

@@ -32,7 +32,8 @@ public:
 
     bool isUsable() const;
     // Prepares `sql`, binds `values` in order and steps to the first row, as QSqlQuery::exec does
-    // with Qt's SQLite driver: false when preparing, binding or that first step fails.
+    // with Qt's SQLite driver: false when preparing, binding or that first step fails (logged
+    // through "ondaro.library" with the statement and its values).
     bool exec(const QString& sql, const QVariantList& values);
     // Moves to the next row (the first call after exec to the row exec found); false at the end.
     bool next();
@@ -51,6 +52,8 @@ public:
 
 private:
     QString utf16Text(int column) const;
+    // Ends the statement, logs the failure with the statement and its values, and gives false.
+    bool fail(const QString& sql, const QVariantList& values, const QString& reason);
     void finish();
 
     struct RecentText {

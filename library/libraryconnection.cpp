@@ -26,6 +26,7 @@ struct ConnectionState {
     QString problem;
     int generation = 0;
     QElapsedTimer sinceAttempt;
+    QThread* owner = nullptr; // the thread the shared connection belongs to
 };
 
 ConnectionState g_state;
@@ -138,6 +139,7 @@ QSqlDatabase LibraryConnection::database()
 QSqlDatabase LibraryConnection::create()
 {
     g_state = ConnectionState();
+    g_state.owner = QThread::currentThread();
     g_state.url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
     if (g_state.url.isEmbedded()) {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
@@ -287,22 +289,43 @@ void LibraryConnection::noteFailure(const QSqlError& error, const char* operatio
     if (why.isEmpty())
         why = g_state.problem.isEmpty() ? QStringLiteral("the database is not open") : g_state.problem;
     qCWarning(lcLibrary).noquote() << operation << "failed:" << why;
+    reportFailure(error);
+}
+
+void LibraryConnection::reportFailure(const QSqlError& error)
+{
     if (t_own.active) {
         ++t_own.failures;
         QSqlDatabase db = QSqlDatabase::database(t_own.name, false);
-        if (!t_own.target.server || !db.isOpen() || !isConnectionError(error))
+        if (!t_own.target.server || !isConnectionError(error))
             return;
+        if (!db.isOpen()) {
+            // The driver closes a connection it found broken; a loss not known yet is one now.
+            if (t_own.everConnected && t_own.problem.isEmpty())
+                markThreadLost(db, error.text());
+            return;
+        }
         QSqlQuery probe(db);
         if (!probe.exec(QStringLiteral("SELECT 1")) && isConnectionError(probe.lastError()))
             markThreadLost(db, error.text());
         return;
     }
+    // A connection of another thread's own (not made through openThreadConnection) says nothing about
+    // the shared one, which only its own thread may touch.
+    if (g_state.owner && QThread::currentThread() != g_state.owner)
+        return;
     ++g_sharedFailures;
     if (!g_state.server || !QSqlDatabase::contains(kConnectionName))
         return;
     QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
-    if (!db.isOpen() || !isConnectionError(error))
+    if (!isConnectionError(error))
         return;
+    if (!db.isOpen()) {
+        // The driver closes a connection it found broken; a loss not known yet is one now.
+        if (g_state.everConnected && g_state.problem.isEmpty())
+            markLost(db, error.text());
+        return;
+    }
     QSqlQuery probe(db);
     if (!probe.exec(QStringLiteral("SELECT 1")) && isConnectionError(probe.lastError()))
         markLost(db, error.text());

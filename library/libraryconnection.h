@@ -41,6 +41,9 @@ public:
     // A statement of `operation` failed: logs why and, on a server, checks whether the connection is
     // lost.
     static void noteFailure(const QSqlError& error, const char* operation);
+    // The same without the log line, for StoreQuery and StoreTransaction, which log the statement
+    // themselves: counts the failure and, on a server, checks whether the connection is lost.
+    static void reportFailure(const QSqlError& error);
     // On a server: checks that the connection answers (and reopens it when it is due). Returns
     // whether the library can be used.
     static bool check();

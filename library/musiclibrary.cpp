@@ -6,11 +6,13 @@
 #include "libraryconnection.h"
 #include "librarylogging.h"
 #include "librarysql.h"
-#include "tracktext.h"
 #include "pgschema.h"
+#include "storequery.h"
+#include "storetransaction.h"
 #include "trackanalysis.h"
 #include "trackparams.h"
 #include "trackrowreader.h"
+#include "tracktext.h"
 
 #include <algorithm>
 
@@ -22,20 +24,13 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSqlError>
-#include <QSqlQuery>
 #include <QSqlRecord>
 #include <QStandardPaths>
 
 namespace {
 
-// An empty text that binds as '' (a null QString binds as NULL).
+// An empty text; StoreQuery binds it (and a null one) as ''.
 const QString kEmptyText = QStringLiteral("");
-
-// The library name as bound to a statement: an object without a name addresses the rows of library ''.
-const QString& orEmpty(const QString& text)
-{
-    return text.isNull() ? kEmptyText : text;
-}
 
 const QString kInsertTrack = QStringLiteral(
     "INSERT INTO tracks(library,filepath,filename,artist,title,album,genre,comment,year,duration_ms,"
@@ -53,19 +48,20 @@ constexpr qsizetype kRowsPerServerInsert = 50;
 bool g_ftsAvailable = false;
 bool g_ftsDisabledForTesting = false;
 
-void exec(const QString& sql)
+// One statement of the schema set-up; a failure is logged and the set-up goes on, as each step is
+// idempotent and the next start tries again.
+bool exec(const QString& sql)
 {
-    QSqlQuery q(MusicLibrary::database());
-    q.exec(sql);
+    StoreQuery q("Setting up the library database");
+    return q.exec(sql);
 }
 
-// Runs a prepared statement; a failure is logged (and may reveal a lost server) and gives false.
-bool execLogged(QSqlQuery& q, const char* operation)
+// The values as StoreQuery binds them, for the direct reads.
+QVariantList bindable(QVariantList values)
 {
-    if (q.exec())
-        return true;
-    LibraryConnection::noteFailure(q.lastError(), operation);
-    return false;
+    for (QVariant& v : values)
+        v = StoreQuery::bindable(v);
+    return values;
 }
 
 bool onServer()
@@ -77,7 +73,7 @@ bool onServer()
 QStringList trackColumns()
 {
     QStringList names;
-    QSqlQuery q(MusicLibrary::database());
+    StoreQuery q("Reading the columns of the tracks");
     if (!q.exec(QStringLiteral("PRAGMA table_info(tracks)")))
         return names;
     while (q.next())
@@ -85,22 +81,10 @@ QStringList trackColumns()
     return names;
 }
 
-// Prepares `sql` on `q`, binds `values` in order and runs it; false (logged) when any step fails.
-bool execWith(QSqlQuery& q, const QString& sql, const QVariantList& values)
-{
-    if (!q.prepare(sql)) {
-        LibraryConnection::noteFailure(q.lastError(), "Preparing a statement");
-        return false;
-    }
-    for (const QVariant& v : values)
-        q.addBindValue(v);
-    return execLogged(q, "A store statement");
-}
-
 qint64 firstValue(const QString& sql, const QVariantList& values)
 {
-    QSqlQuery q(MusicLibrary::database());
-    if (execWith(q, sql, values) && q.next())
+    StoreQuery q("Reading a count");
+    if (q.run(sql, values) && q.next())
         return q.value(0).toLongLong();
     return 0;
 }
@@ -196,6 +180,26 @@ QString MusicLibrary::embeddedDatabaseFile()
     return folder + QStringLiteral("/library.db");
 }
 
+// The column and its values in one transaction: a migration that fails part-way leaves the column
+// missing, so that the next start runs it again, instead of a column of empty names.
+static bool addFilenameColumn()
+{
+    StoreQuery rows("Adding file names to the tracks");
+    StoreQuery update("Adding file names to the tracks");
+    StoreTransaction migration("Adding file names to the tracks");
+    if (!exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''")) ||
+        !rows.exec(QStringLiteral("SELECT id, filepath FROM tracks")) ||
+        !update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?")))
+        return false;
+    while (rows.next()) {
+        update.bind(QFileInfo(rows.value(1).toString()).fileName());
+        update.bind(rows.value(0));
+        if (!update.exec())
+            return false;
+    }
+    return migration.commit();
+}
+
 void MusicLibrary::ensureSchema()
 {
     QSqlDatabase db = database();
@@ -219,35 +223,35 @@ void MusicLibrary::ensureSchema()
     const QStringList columns = trackColumns();
     const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
     const bool hadFilename = columns.contains(QStringLiteral("filename"));
+    // Each column step runs in one transaction: one that fails part-way is rolled back and, its
+    // column still missing, runs again at the next start. The rest of the set-up (the index and the
+    // version) then waits for that start too, so that the index is rebuilt over complete columns.
+    bool migrated = true;
     if (!hadDurationStr) {
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"));
+        StoreTransaction migration("Adding display lengths to the tracks");
         // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                            "(duration_ms/1000)%60)"));
+        migrated =
+            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
+            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
+                                "(duration_ms/1000)%60)")) &&
+            migration.commit();
     }
     // A second probe: the three play columns count as one step, decided by play_count alone.
     if (!trackColumns().contains(QStringLiteral("play_count"))) {
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"));
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"));
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"));
-        QSqlQuery q(db);
-        q.prepare(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"));
-        q.addBindValue(QDateTime::currentDateTime().toString(Qt::ISODate));
-        q.exec();
+        StoreQuery dating("Dating the existing tracks");
+        StoreTransaction migration("Adding play counts to the tracks");
+        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
+                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
+                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
+                   dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
+                              {QDateTime::currentDateTime().toString(Qt::ISODate)}) &&
+                   migration.commit() && migrated;
     }
-    if (!hadFilename) {
-        exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''"));
-        QSqlQuery rows(db);
-        rows.exec(QStringLiteral("SELECT id, filepath FROM tracks"));
-        db.transaction();
-        QSqlQuery update(db);
-        update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?"));
-        while (rows.next()) {
-            update.addBindValue(QFileInfo(rows.value(1).toString()).fileName());
-            update.addBindValue(rows.value(0));
-            update.exec();
-        }
-        db.commit();
+    if (!hadFilename)
+        migrated = addFilenameColumn() && migrated;
+    if (!migrated) {
+        qCWarning(lcLibrary) << "The library database was not brought up to date; the next start tries again";
+        return;
     }
 
     const int version = static_cast<int>(firstValue(QStringLiteral("PRAGMA user_version"), {}));
@@ -258,7 +262,7 @@ void MusicLibrary::ensureSchema()
         exec(QStringLiteral("DROP TABLE IF EXISTS tracks_fts"));
     }
 
-    QSqlQuery fts(db);
+    StoreQuery fts("Creating the full-text index");
     g_ftsAvailable = fts.exec(QStringLiteral(
         "CREATE VIRTUAL TABLE IF NOT EXISTS tracks_fts USING fts5( artist, title, album, genre, comment, "
         "filename, year, duration_str, content='tracks', content_rowid='id')"));
@@ -354,36 +358,29 @@ bool MusicLibrary::createLibrary(const QString& name)
     const QString trimmed = name.trimmed();
     if (trimmed.isEmpty())
         return false;
-    QSqlQuery q(database());
-    q.prepare(onServer() ? QStringLiteral("INSERT INTO libraries(name) VALUES(?) ON CONFLICT DO NOTHING")
-                         : QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"));
-    q.addBindValue(trimmed);
-    return execLogged(q, "Creating a library");
+    StoreQuery q("Creating a library");
+    return q.run(onServer() ? QStringLiteral("INSERT INTO libraries(name) VALUES(?) ON CONFLICT DO NOTHING")
+                            : QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"),
+                 {trimmed});
 }
 
 bool MusicLibrary::deleteLibrary(const QString& name)
 {
-    QSqlQuery tracks(database());
-    tracks.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
-    tracks.addBindValue(name);
-    execLogged(tracks, "Deleting a library's tracks");
-    QSqlQuery library(database());
-    library.prepare(QStringLiteral("DELETE FROM libraries WHERE name=?"));
-    library.addBindValue(name);
-    return execLogged(library, "Deleting a library");
+    StoreQuery tracks("Deleting a library's tracks");
+    tracks.run(QStringLiteral("DELETE FROM tracks WHERE library=?"), {name});
+    StoreQuery library("Deleting a library");
+    return library.run(QStringLiteral("DELETE FROM libraries WHERE name=?"), {name});
 }
 
 QStringList MusicLibrary::libraries()
 {
     QStringList names;
-    QSqlQuery q(database());
+    StoreQuery q("Listing the libraries");
     const QString sql =
         onServer() ? QStringLiteral("SELECT name FROM libraries ORDER BY lower(name COLLATE \"C\"), name")
                    : QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE");
-    if (!q.exec(sql)) {
-        LibraryConnection::noteFailure(q.lastError(), "Listing the libraries");
+    if (!q.exec(sql))
         return names;
-    }
     while (q.next())
         names << q.value(0).toString();
     return names;
@@ -393,12 +390,10 @@ bool MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
 {
     if (filePath.isEmpty())
         return true;
-    QSqlQuery q(database());
-    q.prepare(
-        QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"));
-    q.addBindValue(when.toString(Qt::ISODate));
-    q.addBindValue(filePath);
-    return execLogged(q, "Recording a play");
+    StoreQuery q("Recording a play");
+    return q.run(
+        QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"),
+        {when.toString(Qt::ISODate), filePath});
 }
 
 const QStringList& MusicLibrary::supportedExtensions()
@@ -471,10 +466,8 @@ void MusicLibrary::clear()
         tracks.clear();
         return;
     }
-    QSqlQuery q(database());
-    q.prepare(QStringLiteral("DELETE FROM tracks WHERE library=?"));
-    q.addBindValue(orEmpty(name));
-    execLogged(q, "Clearing a library");
+    StoreQuery q("Clearing a library");
+    q.run(QStringLiteral("DELETE FROM tracks WHERE library=?"), {name});
 }
 
 int MusicLibrary::trackCount() const
@@ -482,7 +475,7 @@ int MusicLibrary::trackCount() const
     if (folderMode)
         return tracks.size();
     return static_cast<int>(
-        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {orEmpty(name)}));
+        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
 }
 
 qint64 MusicLibrary::totalDurationMs() const
@@ -494,48 +487,50 @@ qint64 MusicLibrary::totalDurationMs() const
         return sum;
     }
     return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"),
-                      {orEmpty(name)});
+                      {name});
 }
 
-void MusicLibrary::insertRow(QSqlQuery& insert, const Track& t) const
+bool MusicLibrary::insertRow(StoreQuery& insert, const Track& t) const
 {
     bindRow(insert, t);
-    execLogged(insert, "Adding a track");
+    return insert.exec();
 }
 
-void MusicLibrary::insertRowsOnServer(const QList<Track>& rows) const
+bool MusicLibrary::insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const
 {
     // A server answers each statement over the network: the rows of a batch go in one statement.
     static const QString values = QStringLiteral(",(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
     const QString firstRow = kInsertTrack;
     for (qsizetype first = 0; first < rows.size(); first += kRowsPerServerInsert) {
         const qsizetype count = qMin<qsizetype>(kRowsPerServerInsert, rows.size() - first);
-        QSqlQuery insert(database());
-        insert.prepare(firstRow + values.repeated(count - 1));
+        if (!insert.prepare(firstRow + values.repeated(count - 1)))
+            return false;
         for (qsizetype i = first; i < first + count; ++i)
             bindRow(insert, rows.at(i));
-        execLogged(insert, "Adding tracks");
+        if (!insert.exec())
+            return false;
     }
+    return true;
 }
 
-void MusicLibrary::bindRow(QSqlQuery& insert, const Track& t) const
+void MusicLibrary::bindRow(StoreQuery& insert, const Track& t) const
 {
-    insert.addBindValue(orEmpty(name));
-    insert.addBindValue(t.filePath);
-    insert.addBindValue(t.isStream ? kEmptyText : QFileInfo(t.filePath).fileName());
-    insert.addBindValue(t.artist);
-    insert.addBindValue(t.title);
-    insert.addBindValue(t.album);
-    insert.addBindValue(t.genre);
-    insert.addBindValue(t.comment);
-    insert.addBindValue(t.year);
-    insert.addBindValue(t.durationMs);
+    insert.bind(name);
+    insert.bind(t.filePath);
+    insert.bind(t.isStream ? kEmptyText : QFileInfo(t.filePath).fileName());
+    insert.bind(t.artist);
+    insert.bind(t.title);
+    insert.bind(t.album);
+    insert.bind(t.genre);
+    insert.bind(t.comment);
+    insert.bind(t.year);
+    insert.bind(t.durationMs);
     // An unknown length is stored as '' and never as "--:--".
-    insert.addBindValue(t.durationMs > 0 ? formatDuration(t.durationMs) : kEmptyText);
-    insert.addBindValue(t.category);
-    insert.addBindValue(t.isStream ? 1 : 0);
-    insert.addBindValue(t.streamLimitMs);
-    insert.addBindValue(QDateTime::currentDateTime().toString(Qt::ISODate));
+    insert.bind(t.durationMs > 0 ? formatDuration(t.durationMs) : kEmptyText);
+    insert.bind(t.category);
+    insert.bind(t.isStream ? 1 : 0);
+    insert.bind(t.streamLimitMs);
+    insert.bind(QDateTime::currentDateTime().toString(Qt::ISODate));
 }
 
 void MusicLibrary::addTrack(const Track& t)
@@ -544,39 +539,48 @@ void MusicLibrary::addTrack(const Track& t)
         tracks.append(t);
         return;
     }
-    QSqlQuery insert(database());
-    insert.prepare(kInsertTrack);
-    insertRow(insert, t);
+    StoreQuery insert("Adding a track");
+    if (insert.prepare(kInsertTrack))
+        insertRow(insert, t);
 }
 
 int MusicLibrary::addFiles(const QStringList& paths)
 {
-    QSqlDatabase db = database();
-    db.transaction();
-    // One prepared statement serves the whole batch; a server takes the batch's rows at once.
-    const bool server = !folderMode && onServer();
-    QSqlQuery insert(db);
-    if (!folderMode && !server)
-        insert.prepare(kInsertTrack);
-    QList<Track> serverRows;
-    int count = 0;
+    QList<Track> found;
     for (const QString& path : paths) {
         if (!isSupportedAudioFile(path))
             continue;
         Track track;
         readTags(path, track);
-        if (folderMode)
-            tracks.append(track);
-        else if (server)
-            serverRows.append(track);
-        else
-            insertRow(insert, track);
-        ++count;
+        found.append(track);
     }
-    if (server)
-        insertRowsOnServer(serverRows);
-    db.commit();
-    return count;
+    if (folderMode) {
+        tracks.append(found);
+        return int(found.size());
+    }
+    if (found.isEmpty())
+        return 0;
+    // Made before the transaction, so that it ends after the rollback: a server cannot free a
+    // statement inside a failed transaction.
+    StoreQuery insert("Adding tracks");
+    // All of the batch or none of it: a batch that fails part-way is rolled back and counts 0.
+    StoreTransaction batch("Adding files");
+    if (!batch.isActive())
+        return 0;
+    if (onServer()) {
+        // A server takes the batch's rows at once.
+        if (!insertRowsOnServer(insert, found))
+            return 0;
+    } else {
+        // One prepared statement serves the whole batch.
+        if (!insert.prepare(kInsertTrack))
+            return 0;
+        for (const Track& track : found) {
+            if (!insertRow(insert, track))
+                return 0;
+        }
+    }
+    return batch.commit() ? int(found.size()) : 0;
 }
 
 int MusicLibrary::addFolder(const QString& dir, bool recursive)
@@ -604,14 +608,10 @@ void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, con
 {
     if (folderMode)
         return;
-    QSqlQuery q(database());
-    q.prepare(QStringLiteral(
-        "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"));
-    q.addBindValue(newUrl.trimmed());
-    q.addBindValue(title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed());
-    q.addBindValue(orEmpty(name));
-    q.addBindValue(oldUrl);
-    execLogged(q, "Changing a stream");
+    StoreQuery q("Changing a stream");
+    q.run(QStringLiteral(
+              "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"),
+          {newUrl.trimmed(), title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed(), name, oldUrl});
 }
 
 int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
@@ -626,14 +626,10 @@ int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
         }
         return changed;
     }
-    QSqlQuery q(database());
-    q.prepare(QStringLiteral(
-        "UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND filepath=? AND is_stream=0"));
-    q.addBindValue(ms);
-    q.addBindValue(formatDuration(ms));
-    q.addBindValue(orEmpty(name));
-    q.addBindValue(filePath);
-    if (!execLogged(q, "Storing a duration"))
+    StoreQuery q("Storing a duration");
+    if (!q.run(QStringLiteral("UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND "
+                              "filepath=? AND is_stream=0"),
+               {ms, formatDuration(ms), name, filePath}))
         return 0;
     return q.numRowsAffected();
 }
@@ -653,17 +649,23 @@ int MusicLibrary::removeMissingFiles()
                      tracks.end());
         return missing.size();
     }
-    QSqlDatabase db = database();
-    db.transaction();
-    QSqlQuery remove(db);
-    remove.prepare(QStringLiteral("DELETE FROM tracks WHERE library=? AND filepath=?"));
+    if (missing.isEmpty())
+        return 0;
+    // Made before the transaction, so that it ends after the rollback (see addFiles).
+    StoreQuery remove("Removing a missing file");
+    // All of them or none: a clean-up that fails part-way is rolled back and removes nothing (0).
+    StoreTransaction batch("Removing missing files");
+    if (!batch.isActive())
+        return 0;
+    if (!remove.prepare(QStringLiteral("DELETE FROM tracks WHERE library=? AND filepath=?")))
+        return 0;
     for (const QString& path : missing) {
-        remove.addBindValue(orEmpty(name));
-        remove.addBindValue(path);
-        execLogged(remove, "Removing a missing file");
+        remove.bind(name);
+        remove.bind(path);
+        if (!remove.exec())
+            return 0;
     }
-    db.commit();
-    return missing.size();
+    return batch.commit() ? int(missing.size()) : 0;
 }
 
 QStringList MusicLibrary::pathsWithoutDuration(const QList<Track>& listing)
@@ -686,22 +688,22 @@ QStringList MusicLibrary::filesWithoutDuration() const
     const QString sql =
         QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
         (onServer() ? librarysql::serverOrderByArtistTitle : librarysql::orderByArtistTitle);
-    const QVariantList values{orEmpty(name)};
+    const QVariantList values{name};
     auto keep = [&paths](const QString& path, int isStream, qint64 durationMs) {
         if (lacksDuration(path, isStream != 0, durationMs))
             paths << path;
     };
     DirectQuery direct(database());
     if (direct.isUsable()) {
-        if (direct.exec(sql, values)) {
+        if (direct.exec(sql, bindable(values))) {
             while (direct.next())
                 keep(direct.text(0), direct.toInt(1), direct.integer(2));
         }
         return paths;
     }
-    QSqlQuery q(database());
+    StoreQuery q("Listing the files without a duration");
     q.setForwardOnly(true);
-    if (!execWith(q, sql, values))
+    if (!q.run(sql, values))
         return paths;
     while (q.next())
         keep(q.value(0).toString(), q.value(1).toInt(), q.value(2).toLongLong());
@@ -743,32 +745,32 @@ QList<Track> MusicLibrary::runListing(const QString& embeddedSql, const QVariant
     // Column names are resolved once per result set; 100,000 rows must list in well under a second.
     DirectQuery direct(database());
     if (direct.isUsable()) {
-        if (!direct.exec(sql, values))
+        if (!direct.exec(sql, bindable(values)))
             return result;
         TrackRowReader reader(direct.columnNames());
         while (direct.next())
             result.append(reader.read(direct));
         return result;
     }
-    QSqlQuery q(database());
+    StoreQuery q("Listing tracks");
     q.setForwardOnly(true);
-    if (!execWith(q, sql, values))
+    if (!q.run(sql, values))
         return result;
     TrackRowReader reader(q.record());
     while (q.next())
-        result.append(reader.read(q));
+        result.append(reader.read(q.query()));
     return result;
 }
 
 QList<Track> MusicLibrary::plainListing() const
 {
-    return runListing(librarysql::plainListing, {orEmpty(name)});
+    return runListing(librarysql::plainListing, {name});
 }
 
 QList<Track> MusicLibrary::fullTextListing(const QStringList& terms) const
 {
     if (!onServer())
-        return runListing(librarysql::ftsListing, {orEmpty(name), terms.join(QLatin1Char(' '))});
+        return runListing(librarysql::ftsListing, {name, terms.join(QLatin1Char(' '))});
     bool ok = false;
     const QString argument = PgSchema::searchArgument(terms, &ok);
     if (!ok) {
@@ -776,7 +778,7 @@ QList<Track> MusicLibrary::fullTextListing(const QStringList& terms) const
         qCInfo(lcLibrary).noquote() << "Search terms not understood:" << terms.join(QLatin1Char(' '));
         return {};
     }
-    return runListing(librarysql::serverFtsListing, {orEmpty(name), argument});
+    return runListing(librarysql::serverFtsListing, {name, argument});
 }
 
 QString MusicLibrary::serverForm(QString sql)
@@ -820,8 +822,7 @@ QList<Track> MusicLibrary::search(const QString& text) const
         return plainListing();
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(librarysql::likeSearch,
-                          {orEmpty(name), like, like, like, like, like, like, like, like});
+        return runListing(librarysql::likeSearch, {name, like, like, like, like, like, like, like, like});
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);
@@ -867,7 +868,7 @@ QList<Track> MusicLibrary::query(const Query& q) const
     appendLikeCondition(conditions, values, QStringLiteral("filename"), q.filename);
     appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
     appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
-    values.prepend(orEmpty(name));
+    values.prepend(name);
     return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") +
                           conditions.join(QStringLiteral(" AND ")) + librarysql::orderByArtistTitle,
                       values);

@@ -9,7 +9,7 @@
 #include <QStringList>
 #include <QVariantList>
 
-class QSqlQuery;
+class StoreQuery;
 
 // The store. One object stands for one open library: a named set of rows in the shared database
 // (database mode) or a folder read into memory (folder mode).
@@ -109,10 +109,11 @@ private:
     // An embedded listing statement in the words of a PostgreSQL server.
     static QString serverForm(QString sql);
     QList<Track> runListing(const QString& sql, const QVariantList& values) const;
-    void insertRow(QSqlQuery& insert, const Track& t) const;
-    void insertRowsOnServer(const QList<Track>& rows) const;
+    // Each false when a statement failed (logged).
+    bool insertRow(StoreQuery& insert, const Track& t) const;
+    bool insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const;
     // Binds the 15 values of a new row, in the order of the insert statement.
-    void bindRow(QSqlQuery& insert, const Track& t) const;
+    void bindRow(StoreQuery& insert, const Track& t) const;
 };
 
 Q_DECLARE_METATYPE(MusicLibrary::Query)

@@ -1,9 +1,7 @@
 #include "pgschema.h"
 
-#include "librarylogging.h"
+#include "storequery.h"
 
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QVariant>
 
 const QString PgSchema::kChannel = QStringLiteral("ondaro_library");
@@ -110,25 +108,20 @@ const QString kNotifyFunction = QStringLiteral(
 
 bool run(const QSqlDatabase& db, const QString& sql)
 {
-    QSqlQuery q(db);
-    if (q.exec(sql))
-        return true;
-    qCWarning(lcLibrary).noquote() << "Database set-up failed:" << q.lastError().text() << "in"
-                                   << sql.left(120);
-    return false;
+    StoreQuery q(db, "Setting up the database server");
+    return q.exec(sql);
 }
 
 bool tableExists(const QSqlDatabase& db, const QString& table)
 {
-    QSqlQuery q(db);
-    q.prepare(QStringLiteral("SELECT to_regclass(?) IS NOT NULL"));
-    q.addBindValue(table);
-    return q.exec() && q.next() && q.value(0).toBool();
+    StoreQuery q(db, "Looking for a table");
+    return q.run(QStringLiteral("SELECT to_regclass(?) IS NOT NULL"), {table}) && q.next() &&
+           q.value(0).toBool();
 }
 
 bool hasSearchColumn(const QSqlDatabase& db)
 {
-    QSqlQuery q(db);
+    StoreQuery q(db, "Looking for the search column");
     return q.exec(QStringLiteral("SELECT 1 FROM information_schema.columns WHERE table_schema = "
                                  "current_schema() AND table_name = 'tracks' AND column_name = "
                                  "'search_words'")) &&
@@ -154,7 +147,7 @@ int PgSchema::version(const QSqlDatabase& db)
 {
     if (!tableExists(db, QStringLiteral("ondaro_schema")))
         return 0;
-    QSqlQuery q(db);
+    StoreQuery q(db, "Reading the schema version");
     if (q.exec(QStringLiteral("SELECT max(version) FROM ondaro_schema")) && q.next())
         return q.value(0).toInt();
     return 0;

@@ -1,12 +1,10 @@
 #include "trackanalysis.h"
 
-#include "librarylogging.h"
-#include "musiclibrary.h"
+#include "storequery.h"
+#include "storetransaction.h"
 
 #include <QFileInfo>
 #include <QSet>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QVariant>
 
 #include <cmath>
@@ -58,27 +56,6 @@ QVariant finiteOrNull(double value)
     return std::isfinite(value) ? QVariant(value) : QVariant(QMetaType(QMetaType::Double));
 }
 
-// Begins a transaction on the shared connection and commits it when it goes out of scope.
-class ScopedTransaction
-{
-public:
-    explicit ScopedTransaction(QSqlDatabase db) : m_db(std::move(db))
-    {
-        if (!m_db.transaction())
-            qCWarning(lcLibrary) << "track_analysis: cannot begin a transaction:" << m_db.lastError().text();
-    }
-    ~ScopedTransaction()
-    {
-        if (!m_db.commit())
-            qCWarning(lcLibrary) << "track_analysis: cannot commit:" << m_db.lastError().text();
-    }
-    ScopedTransaction(const ScopedTransaction&) = delete;
-    ScopedTransaction& operator=(const ScopedTransaction&) = delete;
-
-private:
-    QSqlDatabase m_db;
-};
-
 } // namespace
 
 double TrackAnalysis::gainTowards(double targetLufs) const
@@ -93,21 +70,16 @@ double TrackAnalysis::gainTowards(double targetLufs) const
 
 void TrackAnalysis::ensureTable()
 {
-    QSqlQuery q(MusicLibrary::database());
-    if (!q.exec(kCreateTable))
-        qCWarning(lcLibrary) << "track_analysis: cannot create the table:" << q.lastError().text();
+    StoreQuery q("Creating the analysis table");
+    q.exec(kCreateTable);
 }
 
 TrackAnalysis TrackAnalysis::load(const QString& filePath)
 {
     TrackAnalysis a;
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(kSelect);
-    q.addBindValue(filePath);
-    if (!q.exec()) {
-        qCWarning(lcLibrary) << "track_analysis: cannot read" << filePath << q.lastError().text();
+    StoreQuery q("Reading an analysis");
+    if (!q.run(kSelect, {filePath}))
         return a;
-    }
     if (!q.next())
         return a;
     a.filePath = q.value(0).toString();
@@ -147,27 +119,24 @@ QHash<QString, QPair<qint64, qint64>> TrackAnalysis::storedStamps(const QStringL
     QHash<QString, QPair<qint64, qint64>> stamps;
     if (filePaths.isEmpty())
         return stamps;
-    QSqlQuery q(MusicLibrary::database());
+    StoreQuery q("Reading analysis stamps");
     q.setForwardOnly(true);
     // A few paths are looked up one by one; a whole library is read in one scan of the table.
     if (filePaths.size() <= kLookupsBeforeScan) {
-        q.prepare(kSelectStamp);
+        if (!q.prepare(kSelectStamp))
+            return stamps;
         for (const QString& path : filePaths) {
-            q.addBindValue(path);
-            if (!q.exec()) {
-                qCWarning(lcLibrary) << "track_analysis: cannot read" << path << q.lastError().text();
+            q.bind(path);
+            if (!q.exec())
                 continue;
-            }
             if (q.next())
                 stamps.insert(path, {q.value(0).toLongLong(), q.value(1).toLongLong()});
         }
         return stamps;
     }
     const QSet<QString> wanted(filePaths.cbegin(), filePaths.cend());
-    if (!q.exec(kSelectAllStamps)) {
-        qCWarning(lcLibrary) << "track_analysis: cannot read the stamps:" << q.lastError().text();
+    if (!q.exec(kSelectAllStamps))
         return stamps;
-    }
     while (q.next()) {
         const QString path = q.value(0).toString();
         if (wanted.contains(path))
@@ -180,47 +149,39 @@ bool TrackAnalysis::save(const QList<TrackAnalysis>& records)
 {
     if (records.isEmpty())
         return true;
-    QSqlDatabase db = MusicLibrary::database();
-    bool allStored = true;
-    ScopedTransaction transaction(db);
-    QSqlQuery q(db);
-    if (!q.prepare(kUpsert)) {
-        qCWarning(lcLibrary) << "track_analysis: cannot prepare the insert:" << q.lastError().text();
+    // All records or none: a batch that fails part-way is rolled back, and analysed again later.
+    // Made before the transaction, so that it ends after the rollback: a server cannot free a
+    // statement inside a failed transaction.
+    StoreQuery q("Storing an analysis");
+    StoreTransaction batch("Storing analyses");
+    if (!batch.isActive())
         return false;
-    }
+    if (!q.prepare(kUpsert))
+        return false;
     for (const TrackAnalysis& a : records) {
         if (a.filePath.isEmpty())
             continue;
-        q.addBindValue(a.filePath);
-        q.addBindValue(a.fileSize);
-        q.addBindValue(a.fileModified.isValid() ? a.fileModified.toMSecsSinceEpoch() : qint64(0));
-        q.addBindValue(
-            (a.analysedAt.isValid() ? a.analysedAt : QDateTime::currentDateTime()).toString(Qt::ISODate));
-        q.addBindValue(a.durationMs);
-        q.addBindValue(finiteOrNull(a.integratedLufs));
-        q.addBindValue(finiteOrNull(a.loudnessRangeLu));
-        q.addBindValue(finiteOrNull(a.truePeakDbtp));
-        q.addBindValue(a.cueInMs);
-        q.addBindValue(a.cueOutMs);
-        q.addBindValue(a.mixStartMs);
-        q.addBindValue(finiteOrNull(a.gainDb));
-        q.addBindValue(a.error.isNull() ? QStringLiteral("") : a.error);
-        if (!q.exec()) {
-            qCWarning(lcLibrary) << "track_analysis: cannot store" << a.filePath << q.lastError().text();
-            allStored = false;
-        }
+        q.bind(a.filePath);
+        q.bind(a.fileSize);
+        q.bind(a.fileModified.isValid() ? a.fileModified.toMSecsSinceEpoch() : qint64(0));
+        q.bind((a.analysedAt.isValid() ? a.analysedAt : QDateTime::currentDateTime()).toString(Qt::ISODate));
+        q.bind(a.durationMs);
+        q.bind(finiteOrNull(a.integratedLufs));
+        q.bind(finiteOrNull(a.loudnessRangeLu));
+        q.bind(finiteOrNull(a.truePeakDbtp));
+        q.bind(a.cueInMs);
+        q.bind(a.cueOutMs);
+        q.bind(a.mixStartMs);
+        q.bind(finiteOrNull(a.gainDb));
+        q.bind(a.error);
+        if (!q.exec())
+            return false;
     }
-    return allStored;
+    return batch.commit();
 }
 
 bool TrackAnalysis::remove(const QString& filePath)
 {
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(kDelete);
-    q.addBindValue(filePath);
-    if (!q.exec()) {
-        qCWarning(lcLibrary) << "track_analysis: cannot remove" << filePath << q.lastError().text();
-        return false;
-    }
-    return true;
+    StoreQuery q("Removing an analysis");
+    return q.run(kDelete, {filePath});
 }

@@ -1,39 +1,11 @@
 #include "trackcategories.h"
 
-#include "librarylogging.h"
-#include "musiclibrary.h"
+#include "storequery.h"
+#include "storetransaction.h"
 
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QVariant>
 
 #include <algorithm>
-
-namespace {
-
-// Begins a transaction on the shared connection and commits it when it goes out of scope.
-class ScopedTransaction
-{
-public:
-    explicit ScopedTransaction(QSqlDatabase db) : m_db(std::move(db))
-    {
-        if (!m_db.transaction())
-            qCWarning(lcLibrary) << "categories: cannot begin a transaction:" << m_db.lastError().text();
-    }
-    ~ScopedTransaction()
-    {
-        if (!m_db.commit())
-            qCWarning(lcLibrary) << "categories: cannot commit:" << m_db.lastError().text();
-    }
-    ScopedTransaction(const ScopedTransaction&) = delete;
-    ScopedTransaction& operator=(const ScopedTransaction&) = delete;
-
-private:
-    QSqlDatabase m_db;
-};
-
-} // namespace
 
 int TrackCategories::setCategory(const QString& library, const QStringList& filePaths,
                                  const QString& category)
@@ -41,47 +13,36 @@ int TrackCategories::setCategory(const QString& library, const QStringList& file
     const QString trimmed = category.trimmed();
     if (trimmed.isEmpty() || filePaths.isEmpty())
         return 0;
-    QSqlDatabase db = MusicLibrary::database();
-    if (!db.isOpen()) {
-        qCWarning(lcLibrary) << "categories: the database is not open; nothing set";
+    // All of the selection or none of it: a batch that fails part-way is rolled back and changes 0.
+    // Made before the transaction, so that it ends after the rollback: a server cannot free a
+    // statement inside a failed transaction.
+    StoreQuery update("Setting a category");
+    StoreTransaction batch("Setting a category");
+    if (!batch.isActive())
         return 0;
-    }
-    int changed = 0;
-    ScopedTransaction transaction(db);
-    QSqlQuery update(db);
-    if (!update.prepare(QStringLiteral("UPDATE tracks SET category=? WHERE library=? AND filepath=?"))) {
-        qCWarning(lcLibrary) << "categories: cannot prepare the update:" << update.lastError().text();
+    if (!update.prepare(QStringLiteral("UPDATE tracks SET category=? WHERE library=? AND filepath=?")))
         return 0;
-    }
     // A path selected twice is updated once.
     QStringList paths = filePaths;
     paths.removeDuplicates();
+    int changed = 0;
     for (const QString& path : paths) {
-        update.addBindValue(trimmed);
-        update.addBindValue(library.isNull() ? QStringLiteral("") : library); // a null text binds as NULL
-        update.addBindValue(path);
-        if (!update.exec()) {
-            qCWarning(lcLibrary) << "categories: setting" << path << "failed:" << update.lastError().text();
-            continue;
-        }
+        update.bind(trimmed);
+        update.bind(library);
+        update.bind(path);
+        if (!update.exec())
+            return 0;
         changed += qMax(update.numRowsAffected(), 0);
     }
-    return changed;
+    return batch.commit() ? changed : 0;
 }
 
 QStringList TrackCategories::categoriesInUse(const QString& library)
 {
     QStringList categories;
-    QSqlQuery q(MusicLibrary::database());
-    if (!q.prepare(QStringLiteral("SELECT DISTINCT category FROM tracks WHERE library=?"))) {
-        qCWarning(lcLibrary) << "categories: cannot prepare the listing:" << q.lastError().text();
+    StoreQuery q("Listing the categories");
+    if (!q.run(QStringLiteral("SELECT DISTINCT category FROM tracks WHERE library=?"), {library}))
         return categories;
-    }
-    q.addBindValue(library.isNull() ? QStringLiteral("") : library);
-    if (!q.exec()) {
-        qCWarning(lcLibrary) << "categories: listing failed:" << q.lastError().text();
-        return categories;
-    }
     while (q.next()) {
         const QString category = q.value(0).toString();
         if (!category.trimmed().isEmpty())

@@ -4,13 +4,12 @@
 #include "librarylogging.h"
 #include "librarysql.h"
 #include "musiclibrary.h"
+#include "storequery.h"
 
 #include <QAtomicInteger>
 #include <QFileInfo>
 #include <QSet>
 #include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
 
 #include <chrono>
 #include <future>
@@ -39,24 +38,18 @@ QString byPathStatement(const QString& columns, int count)
 QHash<QString, Track> readRows(QSqlDatabase db, const QString& columns, const QStringList& paths)
 {
     QHash<QString, Track> found;
-    QSqlQuery query(db);
+    StoreQuery query(db, "Reading track details");
     query.setForwardOnly(true);
     for (qsizetype first = 0; first < paths.size(); first += kChunk) {
         const QStringList chunk = paths.mid(first, kChunk);
-        const QString sql = byPathStatement(columns, int(chunk.size()));
-        if (!query.prepare(sql)) {
-            qCWarning(lcLibrary) << "track details: failed to prepare" << sql << query.lastError().text();
+        if (!query.prepare(byPathStatement(columns, int(chunk.size()))))
             return found;
-        }
         for (const QString& path : chunk)
-            query.addBindValue(path);
-        if (!query.exec()) {
-            qCWarning(lcLibrary) << "track details: failed to execute" << sql << chunk
-                                 << query.lastError().text();
+            query.bind(path);
+        if (!query.exec())
             return found;
-        }
         while (query.next()) {
-            const Track track = trackFromRecord(query);
+            const Track track = trackFromRecord(query.query());
             if (!found.contains(track.filePath))
                 found.insert(track.filePath, track);
         }

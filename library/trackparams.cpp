@@ -1,15 +1,11 @@
 #include "trackparams.h"
 
 #include "jsonnumber.h"
-#include "libraryconnection.h"
-#include "librarylogging.h"
-#include "musiclibrary.h"
+#include "storequery.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QVariant>
 
 namespace {
@@ -104,13 +100,9 @@ TrackParams TrackParams::fromJson(const QByteArray& json)
 
 TrackParams TrackParams::load(const QString& filepath)
 {
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("SELECT params FROM track_params WHERE filepath=?"));
-    q.addBindValue(filepath);
-    if (!q.exec()) {
-        LibraryConnection::noteFailure(q.lastError(), "Reading track parameters");
+    StoreQuery q("Reading track parameters");
+    if (!q.run(QStringLiteral("SELECT params FROM track_params WHERE filepath=?"), {filepath}))
         return TrackParams();
-    }
     if (!q.next())
         return TrackParams();
     return fromJson(q.value(0).toString().toUtf8());
@@ -119,12 +111,10 @@ TrackParams TrackParams::load(const QString& filepath)
 QHash<QString, TrackParams> TrackParams::loadAll()
 {
     QHash<QString, TrackParams> all;
-    QSqlQuery q(MusicLibrary::database());
+    StoreQuery q("Reading all track parameters");
     q.setForwardOnly(true);
-    if (!q.exec(QStringLiteral("SELECT filepath, params FROM track_params"))) {
-        qCWarning(lcLibrary) << "Reading all track parameters failed:" << q.lastError().text();
+    if (!q.exec(QStringLiteral("SELECT filepath, params FROM track_params")))
         return all;
-    }
     while (q.next())
         all.insert(q.value(0).toString(), fromJson(q.value(1).toString().toUtf8()));
     return all;
@@ -138,27 +128,21 @@ void TrackParams::save(const QString& filepath, const TrackParams& params)
         remove(filepath);
         return;
     }
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("INSERT INTO track_params(filepath,params) VALUES(?,?) ON CONFLICT(filepath) DO "
-                             "UPDATE SET params=excluded.params"));
-    q.addBindValue(filepath);
-    q.addBindValue(QString::fromUtf8(params.toJson()));
-    if (!q.exec())
-        LibraryConnection::noteFailure(q.lastError(), "Saving track parameters");
+    StoreQuery q("Saving track parameters");
+    q.run(QStringLiteral("INSERT INTO track_params(filepath,params) VALUES(?,?) ON CONFLICT(filepath) DO "
+                         "UPDATE SET params=excluded.params"),
+          {filepath, QString::fromUtf8(params.toJson())});
 }
 
 void TrackParams::remove(const QString& filepath)
 {
-    QSqlQuery q(MusicLibrary::database());
-    q.prepare(QStringLiteral("DELETE FROM track_params WHERE filepath=?"));
-    q.addBindValue(filepath);
-    if (!q.exec())
-        LibraryConnection::noteFailure(q.lastError(), "Removing track parameters");
+    StoreQuery q("Removing track parameters");
+    q.run(QStringLiteral("DELETE FROM track_params WHERE filepath=?"), {filepath});
 }
 
 void TrackParams::ensureTable()
 {
-    QSqlQuery q(MusicLibrary::database());
+    StoreQuery q("Creating the track parameters table");
     q.exec(
         QStringLiteral("CREATE TABLE IF NOT EXISTS track_params( filepath TEXT PRIMARY KEY, params TEXT)"));
 }

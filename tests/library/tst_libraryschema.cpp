@@ -76,6 +76,7 @@ private slots:
     void databaseWithoutFilenameGetsTheLastPathComponentOfEveryRow();
     void databaseWithoutPlayCountGetsTheThreeColumnsAndTheMigrationTimeAsDateAdded();
     void databaseWithPlayCountButWithoutLastPlayedIsNotRepaired();
+    void aColumnMigrationThatFailsPartWayIsRolledBackAndRunsAgainAtTheNextStart();
     void versionTwoDatabaseWithAnOlderIndexGetsItRebuiltWithEveryColumn();
     void versionThreeDatabaseWhoseIndexWasDroppedGetsAnEmptyIndexWithoutRebuild();
     void oldestDatabaseGetsEveryColumnMigrationInOneStart();
@@ -304,6 +305,41 @@ void TestLibrarySchema::databaseWithPlayCountButWithoutLastPlayedIsNotRepaired()
     QVERIFY(!columns.contains(QStringLiteral("last_played")));
     QVERIFY(!columns.contains(QStringLiteral("date_added")));
     QCOMPARE(userVersion(), 3);
+}
+
+void TestLibrarySchema::aColumnMigrationThatFailsPartWayIsRolledBackAndRunsAgainAtTheNextStart()
+{
+    const QString refuse =
+        QStringLiteral("CREATE TRIGGER refuse_boom BEFORE UPDATE ON tracks WHEN new.filepath "
+                       "LIKE '%boom%' BEGIN SELECT RAISE(ABORT, 'refused by the test'); END");
+    buildDatabase(
+        {QLatin1String(kOldestTracks),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''"),
+         QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song One.mp3','1')"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/boom.mp3','2')"),
+         QStringLiteral("INSERT INTO tracks(library,filepath,title) VALUES('L','/m/Song Three.mp3','3')"),
+         QStringLiteral("PRAGMA user_version=2"), refuse});
+    QVERIFY(MusicLibrary::initialize());
+    // The filename step failed on its second row: no column of half-filled names, and the version
+    // stays, so that the next start runs the step and the index rebuild again.
+    QVERIFY(!columnsOf(QStringLiteral("tracks")).contains(QStringLiteral("filename")));
+    QCOMPARE(userVersion(), 2);
+    QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks")).toInt(), 3);
+
+    changeDatabase({QStringLiteral("DROP TRIGGER refuse_boom")});
+    QVERIFY(MusicLibrary::initialize());
+    QCOMPARE(userVersion(), 3);
+    QCOMPARE(scalar(QStringLiteral("SELECT filename FROM tracks WHERE title='3'")).toString(),
+             QStringLiteral("Song Three.mp3"));
+    MusicLibrary lib;
+    lib.setLibrary(QStringLiteral("L"));
+    MusicLibrary::Query byName;
+    byName.filename = QStringLiteral("Song");
+    QCOMPARE(titlesOf(lib.query(byName)), (QStringList{QStringLiteral("1"), QStringLiteral("3")}));
+    QVERIFY(ftsIntegrityHolds());
 }
 
 void TestLibrarySchema::versionTwoDatabaseWithAnOlderIndexGetsItRebuiltWithEveryColumn()
