@@ -10,7 +10,6 @@
 #include "playoutlogging.h"
 #include "playoutsequencer.h"
 #include "relay.h"
-#include "sequencerrules.h"
 #include "settingkeys.h"
 #include "streamtitle.h"
 #include "trackinfocache.h"
@@ -22,7 +21,6 @@
 #include <QFileInfo>
 #include <QMediaDevices>
 #include <QMediaMetaData>
-#include <QSettings>
 #include <QTimer>
 
 #include <algorithm>
@@ -31,16 +29,6 @@ namespace {
 
 // A little more than the player's interval between position reports.
 constexpr qint64 positionReportMs = 150;
-
-bool readBool(const char* key, bool fallback)
-{
-    return QSettings().value(QLatin1String(key), fallback).toBool();
-}
-
-int readInt(const char* key, int fallback)
-{
-    return QSettings().value(QLatin1String(key), fallback).toInt();
-}
 
 // Where a row's audio comes from; empty for a file that is not there (the deck then reports no
 // media and the playlist waits).
@@ -112,7 +100,11 @@ void AudioEngine::setupDeck(int index)
         m_sequencer->rowSounded(row);
         emit trackStarted(row, track, startedAt);
     });
-    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index, false); });
+    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
+    connect(deck, &Deck::loadTimedOut, this, [this, index] {
+        if (index == m_currentDeck)
+            m_sequencer->currentRowLoadTimedOut();
+    });
     connect(deck, &Deck::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(deck, &Deck::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
@@ -315,23 +307,19 @@ void AudioEngine::reloadSettings()
     m_outputDevice = configuredOutputDevice();
     m_router->setDevice(m_outputDevice);
 
-    m_volume = readInt("audio/defaultVolume", 80) / 100.0;
-    m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
-    m_fadeInMs = readInt("playback/fadeInMs", 1500);
-    m_fadeOutMs = readInt("playback/fadeOutMs", 2500);
-    m_autoPlayNext = readBool("playback/autoPlayNext", true);
-    m_minCrossfadeMs = readInt("playback/minCrossfadeMs", 45000);
+    m_volume = Settings::defaultVolume.read() / 100.0;
+    m_fadeInMs = Settings::fadeInMs.read();
+    m_autoPlayNext = Settings::autoPlayNext.read();
+    m_loadLimitMs = Settings::loadLimitMs.read();
+    // Crossfade on/off, fade-out and the shortest mixed track live in the mix rules alone. Cue
+    // points and loudness are read when a row is taken, not here.
     m_mix = MixSettings::fromSettings();
-    m_useCuePoints = readBool("playback/useCuePoints", false);
-    m_normalizeLoudness = readBool("playback/normalizeLoudness", false);
-    m_targetLufs = QSettings().value(QStringLiteral("analysis/targetLufs"), -18.0).toDouble();
     m_sequencer->reloadSettings();
     applyBothDecks();
 }
 
 void AudioEngine::setCrossfadeEnabled(bool on)
 {
-    m_crossfadeEnabled = on;
     m_mix.crossfadeEnabled = on;
 }
 
@@ -425,7 +413,7 @@ void AudioEngine::takeRow(int row)
     // As the settings are now: a row queued before they changed follows them when it starts.
     m_useCuePoints = Settings::useCuePoints.read();
     m_normalizeLoudness = Settings::normalizeLoudness.read();
-    m_targetLufs = Settings::targetLufs.read();
+    const double targetLufs = Settings::targetLufs.read();
     // Taken once here, never from a server that may not answer: the mix check and the voiceover
     // use these until the next row is taken.
     m_currentParams = TrackParams();
@@ -440,7 +428,7 @@ void AudioEngine::takeRow(int row)
                 m_currentAnalysis = info.analysis;
         }
     }
-    m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, m_targetLufs);
+    m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, targetLufs);
 
     emit currentRowChanged(row);
     // What was read ahead may be hours old: read the coming row again while this one plays, so
@@ -476,11 +464,11 @@ void AudioEngine::takeRow(int row)
         m_currentDeck = 1 - m_currentDeck;
         stopDeck(m_currentDeck);
         startOnDeck(m_currentDeck, row, false);
-    } else if (!m_crossfadeEnabled || !isPlaying()) {
+    } else if (!m_mix.crossfadeEnabled || !isPlaying()) {
         stopBothDecks();
-        startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
+        startOnDeck(m_currentDeck, row, m_mix.crossfadeEnabled);
     } else {
-        fadeTo(m_currentDeck, 0.0, m_fadeOutMs, true);
+        fadeTo(m_currentDeck, 0.0, m_mix.fadeOutMs, true);
         m_currentDeck = 1 - m_currentDeck;
         startOnDeck(m_currentDeck, row, true);
     }
@@ -500,17 +488,19 @@ void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
     deck->setMetering(isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::levels)) ||
                       isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::audioBufferReady)) ||
                       m_mix.triggerMixEnabled);
-    deck->setTrackGain(m_plan.gain);
     // The output goes no higher than full volume: a quiet track is raised only that far, and the
     // plan (what a display shows) and the meters say what is really applied.
-    if (deck->effectiveTrackGain() < m_plan.gain) {
-        const QString line = PlayoutLog::gainCapped.arg(toDb(deck->effectiveTrackGain()), 0, 'f', 1)
-                                 .arg(toDb(m_plan.gain), 0, 'f', 1);
+    const double capped = deck->cappedTrackGain(m_plan.gain);
+    if (capped < m_plan.gain) {
+        const QString line =
+            PlayoutLog::gainCapped.arg(toDb(capped), 0, 'f', 1).arg(toDb(m_plan.gain), 0, 'f', 1);
         qCInfo(lcPlayout).noquote() << line << m_current.filePath;
         emit logMessage(line);
-        m_plan.gain = deck->effectiveTrackGain();
-        deck->setTrackGain(m_plan.gain);
+        m_plan.gain = capped;
     }
+    deck->setTrackGain(m_plan.gain);
+    // A stream may take its time to answer; its own silent limit covers it.
+    deck->setLoadLimitMs(m_current.isStream ? 0 : m_loadLimitMs);
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
 
@@ -644,9 +634,7 @@ void AudioEngine::setDucked(bool ducked)
 
 void AudioEngine::setFadeOutMs(int ms)
 {
-    ms = std::max(ms, 0);
-    m_fadeOutMs = ms;
-    m_mix.fadeOutMs = ms;
+    m_mix.fadeOutMs = std::max(ms, 0);
 }
 
 void AudioEngine::setShuffle(bool on)
@@ -699,12 +687,12 @@ void AudioEngine::checkMix(qint64 position)
 {
     if (m_mixTriggered || !m_autoPlayNext)
         return;
-    if (!m_crossfadeEnabled) {
+    if (!m_mix.crossfadeEnabled) {
         checkHandover(position);
         return;
     }
     const Deck* deck = m_decks[m_currentDeck];
-    if (!m_crossfadeEnabled || deck->duration() < 1)
+    if (deck->duration() < 1)
         return;
     // A cue-out is the track's end for the mix as well.
     const qint64 duration = effectiveDuration();
@@ -719,7 +707,7 @@ void AudioEngine::checkMix(qint64 position)
     }
     MixSettings settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, duration),
                                                 m_currentParams.fadeOut, rowMix, rowFadeOut);
-    settings.crossfadeEnabled = m_crossfadeEnabled;
+    settings.crossfadeEnabled = m_mix.crossfadeEnabled;
 
     const bool levelValid = deck->levelValid();
     const double levelDb = levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
@@ -774,23 +762,12 @@ void AudioEngine::checkHandover(qint64 position)
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
     if (status == QMediaPlayer::EndOfMedia)
-        onTrackEnd(index, true);
+        onTrackEnd(index);
 }
 
-void AudioEngine::onTrackEnd(int index, bool endOfMedia)
+void AudioEngine::onTrackEnd(int index)
 {
-    if (endOfMedia && index == m_currentDeck && !m_current.isCommand) {
-        const qint64 known = std::max(m_decks[index]->duration(), m_current.durationMs);
-        if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
-            // The end of what the deck played before this row was taken (Next pressed as a track
-            // ended): the row just started goes on, and nothing moves on a second time.
-            qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken() << "ms after taking row"
-                                 << currentRow() << "ignored as stale";
-            if (!m_decks[index]->isPlaying())
-                m_decks[index]->resume();
-            return;
-        }
-    }
+    // Ends of an earlier load never get here: the deck drops them.
     endAiring(index, TrackEndReason::End);
     if (index != m_currentDeck) {
         stopDeck(index); // the outgoing deck of a crossfade

@@ -74,11 +74,11 @@ public:
     double volume() const { return m_volume; }
     bool isDucked() const { return m_ducked; }
     bool hasOutputDevice() const { return m_hasOutputDevice; }
-    bool crossfadeEnabled() const { return m_crossfadeEnabled; }
+    bool crossfadeEnabled() const { return m_mix.crossfadeEnabled; }
     int fadeInMs() const { return m_fadeInMs; }
-    int fadeOutMs() const { return m_fadeOutMs; }
+    int fadeOutMs() const { return m_mix.fadeOutMs; }
     bool autoPlayNext() const { return m_autoPlayNext; }
-    int minCrossfadeMs() const { return m_minCrossfadeMs; }
+    int minCrossfadeMs() const { return m_mix.minCrossfadeMs; }
     const MixSettings& mixSettings() const { return m_mix; }
     double deckGain(int deck) const;
     // The volume last handed to the deck's audio output (linear 0..1).
@@ -173,8 +173,8 @@ private:
     void emitDeckLevels();
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
-    // End of media (endOfMedia) or a reached cue-out on a deck.
-    void onTrackEnd(int deck, bool endOfMedia);
+    // End of media or a reached cue-out on a deck.
+    void onTrackEnd(int deck);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
     void checkMix(qint64 position);
@@ -211,16 +211,14 @@ private:
     TrackParams m_currentParams;     // read once when the row is taken
     TrackAnalysis m_currentAnalysis; // read with them, when a setting needs it
     CuePlan m_plan;
+    // How the current row is played, as the settings were when it was taken.
     bool m_useCuePoints = false;
     bool m_normalizeLoudness = false;
-    double m_targetLufs = -18.0;
     bool m_hasOutputDevice = false;
     double m_volume = 0.8; // master volume, linear 0..1
-    bool m_crossfadeEnabled = false;
     int m_fadeInMs = 1500;
-    int m_fadeOutMs = 2500;
     bool m_autoPlayNext = true;
-    int m_minCrossfadeMs = 45000;
+    int m_loadLimitMs = 0; // a file row's load is given up after this long (ms)
     bool m_mixTriggered = false;
     QString m_lastStreamTitle;
     bool m_ducked = false;
