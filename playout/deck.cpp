@@ -84,12 +84,19 @@ void Deck::onLoadTimeout()
     const QUrl source = m_player->source();
     qCWarning(lcPlayout) << "load of" << source.toDisplayString() << "not finished within" << m_loadLimitMs
                          << "ms; the deck takes a fresh player";
-    // A player that never finished a load may be wedged for good: it is replaced, not reused.
+    // A player that never finished a load may be wedged for good: it is replaced, not reused. It
+    // is not told anything either, as stopping or destroying it can block until its load ends;
+    // it is set aside and destroyed once it gets past loading.
     const bool metering = m_player->isMetering();
     const QAudioDevice device = m_player->device();
     AudioPlayer* wedged = m_player;
     disconnect(wedged, nullptr, this, nullptr);
-    wedged->deleteLater();
+    wedged->setParent(nullptr);
+    wedged->setMuted(true);
+    connect(wedged, &AudioPlayer::mediaStatusChanged, wedged, [wedged](QMediaPlayer::MediaStatus status) {
+        if (status != QMediaPlayer::LoadingMedia)
+            wedged->deleteLater();
+    });
     attachPlayer(new AudioPlayer(AudioPlayer::Metering::On, this));
     m_player->setMetering(metering);
     if (!m_router)
