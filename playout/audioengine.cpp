@@ -2,6 +2,7 @@
 
 #include "deck.h"
 #include "mixrules.h"
+#include "mixstep.h"
 #include "outputdevice.h"
 #include "outputrouter.h"
 #include "outputwatcher.h"
@@ -26,9 +27,6 @@
 #include <algorithm>
 
 namespace {
-
-// A little more than the player's interval between position reports.
-constexpr qint64 positionReportMs = 150;
 
 // Where a row's audio comes from; empty for a file that is not there (the deck then reports no
 // media and the playlist waits).
@@ -683,21 +681,30 @@ void AudioEngine::onDeckPosition(int index, qint64 position)
     checkMix(position);
 }
 
-void AudioEngine::checkMix(qint64 position)
+MixSituation AudioEngine::mixSituation(qint64 position) const
 {
-    if (m_mixTriggered || !m_autoPlayNext)
-        return;
-    if (!m_mix.crossfadeEnabled) {
-        checkHandover(position);
-        return;
-    }
     const Deck* deck = m_decks[m_currentDeck];
-    if (deck->duration() < 1)
-        return;
+    MixSituation now;
+    now.autoPlayNext = m_autoPlayNext;
+    now.alreadyMoved = m_mixTriggered;
+    now.settings = m_mix;
+    now.playing = deck->isPlaying();
+    now.positionMs = position;
+    now.fileDurationMs = deck->duration();
     // A cue-out is the track's end for the mix as well.
-    const qint64 duration = effectiveDuration();
-    const qint64 remaining = duration - position;
-
+    now.endMs = effectiveDuration();
+    if (now.alreadyMoved || !now.autoPlayNext)
+        return now;
+    if (!m_mix.crossfadeEnabled) {
+        // Rows whose end cannot be known ahead (streams, shuffle, command rows, missing files)
+        // keep the plain start at the end.
+        const int following = nextRow();
+        now.handoverPossible = !m_current.isCommand && !m_current.isStream && !isShuffle() &&
+                               isValidRow(following) && !isCommandRow(following) &&
+                               !sourceOf(m_playlist->tracks().at(following)).isEmpty();
+        now.startLeadMs = m_decks[1 - m_currentDeck]->startLeadMs();
+        return now;
+    }
     int rowMix = -1;
     int rowFadeOut = -1;
     if (isValidRow(currentRow())) {
@@ -705,53 +712,52 @@ void AudioEngine::checkMix(qint64 position)
         rowMix = override.first;
         rowFadeOut = override.second;
     }
-    MixSettings settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, duration),
-                                                m_currentParams.fadeOut, rowMix, rowFadeOut);
-    settings.crossfadeEnabled = m_mix.crossfadeEnabled;
+    now.settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, now.endMs),
+                                        m_currentParams.fadeOut, rowMix, rowFadeOut);
+    now.settings.crossfadeEnabled = true;
+    now.levelValid = deck->levelValid();
+    now.levelDb = now.levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
+    return now;
+}
 
-    const bool levelValid = deck->levelValid();
-    const double levelDb = levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
-    if (!shouldMix(settings, duration, remaining, levelDb, levelValid)) {
-        const qint64 untilMixPoint = remaining - settings.mixPointMs;
-        if (untilMixPoint > 0 && untilMixPoint < positionReportMs && isPlaying())
-            m_mixPointTimer->start(int(untilMixPoint));
+void AudioEngine::checkMix(qint64 position)
+{
+    const MixSituation now = mixSituation(position);
+    const MixStep step = decideMixStep(now);
+    switch (step.action) {
+    case MixStep::Action::Wait:
+        return;
+    case MixStep::Action::WaitUntil:
+        m_mixPointTimer->start(step.timerMs);
+        return;
+    case MixStep::Action::Mix:
+        mixIntoNext(now.settings);
+        return;
+    case MixStep::Action::HandOver:
+        handOver();
         return;
     }
+}
 
+void AudioEngine::mixIntoNext(const MixSettings& settings)
+{
     // A STOP or other command row is reached by the end of the track, not mixed into.
-    const int nextRow = m_sequencer->mixRow();
-    if (nextRow < 0)
+    const int row = m_sequencer->mixRow();
+    if (row < 0)
         return;
-
     m_mixTriggered = true;
     endAiring(m_currentDeck, TrackEndReason::Mix);
     if (settings.fadeOutOnMix && settings.fadeOutMs > 0)
         fadeTo(m_currentDeck, 0.0, settings.fadeOutMs, true);
-    m_sequencer->mixInto(nextRow);
+    m_sequencer->mixInto(row);
 }
 
 // A deck is heard only some time after it is started (the start lead). Waiting for the end of the
 // current track before starting the next leaves that much silence, so the next row is started
 // on the other deck the start lead before the end; the current deck plays out to its end (or
-// cue-out), unflushed, and its end stops it. Rows whose end cannot be known ahead (streams,
-// shuffle, command rows, missing files) keep the plain start at the end.
-void AudioEngine::checkHandover(qint64 position)
+// cue-out), unflushed, and its end stops it.
+void AudioEngine::handOver()
 {
-    const Deck* deck = m_decks[m_currentDeck];
-    if (m_current.isCommand || m_current.isStream || isShuffle() || !deck->isPlaying())
-        return;
-    const qint64 end = effectiveDuration();
-    const int following = nextRow();
-    if (end < 1 || !isValidRow(following) || isCommandRow(following) ||
-        sourceOf(m_playlist->tracks().at(following)).isEmpty())
-        return;
-    const qint64 remaining = end - position;
-    const qint64 untilHandover = remaining - m_decks[1 - m_currentDeck]->startLeadMs();
-    if (untilHandover > 0) {
-        if (untilHandover < positionReportMs)
-            m_mixPointTimer->start(int(untilHandover));
-        return;
-    }
     m_mixTriggered = true;
     endAiring(m_currentDeck, TrackEndReason::End);
     m_handingOver = true;

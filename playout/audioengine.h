@@ -2,6 +2,7 @@
 
 #include "cueplan.h"
 #include "mixsettings.h"
+#include "mixstep.h"
 #include "relaystate.h"
 #include "sequencerdecks.h"
 #include "track.h"
@@ -177,9 +178,12 @@ private:
     void onTrackEnd(int deck);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
+    // What decideMixStep needs to know at this position.
+    MixSituation mixSituation(qint64 position) const;
     void checkMix(qint64 position);
+    void mixIntoNext(const MixSettings& settings);
     // Crossfade off: starts the next row on the other deck the start lead before the end.
-    void checkHandover(qint64 position);
+    void handOver();
     bool isCommandRow(int row) const;
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
