@@ -5,12 +5,13 @@
 #include "mixstep.h"
 #include "outputdevice.h"
 #include "outputrouter.h"
-#include "outputwatcher.h"
+#include "outputfollower.h"
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
 #include "playoutsequencer.h"
 #include "relay.h"
+#include "rowstart.h"
 #include "settingkeys.h"
 #include "streamtitle.h"
 #include "trackinfocache.h"
@@ -54,6 +55,9 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     setupDeck(1);
     m_voiceover = new VoiceoverPlayer(this, m_router);
     m_relay = new Relay(this, m_router);
+    m_output = new OutputFollower(m_router, m_relay, this);
+    m_output->setDecks({m_decks[0], m_decks[1]});
+    connect(m_output, &OutputFollower::logLine, this, &AudioEngine::logMessage);
     connect(m_relay, &Relay::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(m_relay, &Relay::stateChanged, this,
             [this](RelayState state) { emit relayStatusChanged(state, m_relay->source()); });
@@ -85,7 +89,6 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
             [this] { checkMix(m_decks[m_currentDeck]->position()); });
-    connect(new OutputWatcher(this), &OutputWatcher::outputsChanged, this, &AudioEngine::onOutputsChanged);
 }
 
 void AudioEngine::setupDeck(int index)
@@ -301,9 +304,7 @@ RelayState AudioEngine::relayState() const
 
 void AudioEngine::reloadSettings()
 {
-    m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
-    m_outputDevice = configuredOutputDevice();
-    m_router->setDevice(m_outputDevice);
+    m_output->reload();
 
     m_volume = Settings::defaultVolume.read() / 100.0;
     m_fadeInMs = Settings::fadeInMs.read();
@@ -321,42 +322,9 @@ void AudioEngine::setCrossfadeEnabled(bool on)
     m_mix.crossfadeEnabled = on;
 }
 
-void AudioEngine::onOutputsChanged()
+bool AudioEngine::hasOutputDevice() const
 {
-    const QList<QAudioDevice> outputs = QMediaDevices::audioOutputs();
-    const bool hadDevice = m_hasOutputDevice;
-    m_hasOutputDevice = !outputs.isEmpty();
-    if (!m_hasOutputDevice) {
-        if (hadDevice) {
-            qCWarning(lcPlayout) << "every audio output is gone; last in use:"
-                                 << m_outputDevice.description();
-            emit logMessage(PlayoutLog::noDevice);
-        }
-        return;
-    }
-    if (!hadDevice) {
-        // Outputs are back after there were none: the configured one if it is among them.
-        m_outputDevice = configuredOutputDevice();
-        for (Deck* deck : m_decks)
-            deck->setDevice(m_outputDevice);
-        return;
-    }
-    const QAudioDevice fallback = QMediaDevices::defaultAudioOutput();
-    if (m_relay->isActive() && !m_relay->outputDeviceDescription().isEmpty()) {
-        bool relayListed = false;
-        for (const QAudioDevice& device : outputs)
-            relayListed = relayListed || device.description() == m_relay->outputDeviceDescription();
-        if (!relayListed)
-            m_relay->setDevice(fallback);
-    }
-    if (outputListed(m_outputDevice, outputs))
-        return;
-    const QString line = PlayoutLog::outputLost + m_outputDevice.description() + PlayoutLog::outputMoved +
-                         fallback.description();
-    qCWarning(lcPlayout).noquote() << line;
-    m_outputDevice = fallback;
-    m_router->setDevice(fallback);
-    emit logMessage(line);
+    return m_output->hasOutput();
 }
 
 int AudioEngine::nextRow() const
@@ -408,25 +376,15 @@ void AudioEngine::takeRow(int row)
     m_mixTriggered = false;
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    // As the settings are now: a row queued before they changed follows them when it starts.
-    m_useCuePoints = Settings::useCuePoints.read();
-    m_normalizeLoudness = Settings::normalizeLoudness.read();
-    const double targetLufs = Settings::targetLufs.read();
     // Taken once here, never from a server that may not answer: the mix check and the voiceover
     // use these until the next row is taken.
-    m_currentParams = TrackParams();
-    m_currentAnalysis = TrackAnalysis();
-    bool paramsUnknown = false;
-    if (!m_current.isCommand && !m_current.filePath.isEmpty()) {
-        const TrackInfo info = m_info->forStart(m_current.filePath);
-        paramsUnknown = !info.known;
-        if (info.known) {
-            m_currentParams = info.params;
-            if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isStream)
-                m_currentAnalysis = info.analysis;
-        }
-    }
-    m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, targetLufs);
+    const RowStart start = readRowStart(m_current, *m_info);
+    m_useCuePoints = start.useCuePoints;
+    m_normalizeLoudness = start.normalizeLoudness;
+    m_currentParams = start.params;
+    m_currentAnalysis = start.analysis;
+    m_plan = start.plan;
+    const bool paramsUnknown = start.paramsUnknown;
 
     emit currentRowChanged(row);
     // What was read ahead may be hours old: read the coming row again while this one plays, so
@@ -446,7 +404,7 @@ void AudioEngine::takeRow(int row)
         qCWarning(lcPlayout) << "parameters of" << m_current.filePath << "not known; playing with defaults";
         emit logMessage(PlayoutLog::defaultParameters + displayText(m_current));
     }
-    if (!m_hasOutputDevice) {
+    if (!m_output->hasOutput()) {
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
@@ -519,7 +477,7 @@ void AudioEngine::play()
         next(); // Play steps over a STOP or PAUSE row
         return;
     }
-    if (!m_hasOutputDevice) {
+    if (!m_output->hasOutput()) {
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
@@ -580,7 +538,7 @@ bool AudioEngine::isSounding() const
 
 bool AudioEngine::hasOutput() const
 {
-    return m_hasOutputDevice;
+    return m_output->hasOutput();
 }
 
 void AudioEngine::log(const QString& text)
@@ -818,7 +776,7 @@ void AudioEngine::armVoiceover()
     if (!m_voiceover->isEnabled() || m_current.isCommand || m_current.isStream ||
         m_current.filePath.isEmpty())
         return;
-    const QString file = m_voiceover->arm(m_currentParams, m_outputDevice);
+    const QString file = m_voiceover->arm(m_currentParams, m_output->device());
     if (!file.isEmpty())
         emit logMessage(PlayoutLog::voiceoverArmed + QFileInfo(file).fileName());
 }

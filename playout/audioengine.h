@@ -22,6 +22,7 @@
 #include <array>
 
 class Deck;
+class OutputFollower;
 class OutputRouter;
 class PlaylistModel;
 class PlayoutSequencer;
@@ -74,7 +75,7 @@ public:
     int currentDeck() const { return m_currentDeck; }
     double volume() const { return m_volume; }
     bool isDucked() const { return m_ducked; }
-    bool hasOutputDevice() const { return m_hasOutputDevice; }
+    bool hasOutputDevice() const;
     bool crossfadeEnabled() const { return m_mix.crossfadeEnabled; }
     int fadeInMs() const { return m_fadeInMs; }
     int fadeOutMs() const { return m_mix.fadeOutMs; }
@@ -188,7 +189,6 @@ private:
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
     void onRowsRemoved(int first, int last);
-    void onOutputsChanged();
 
     // Reports the end of what a deck has on air (once; nothing when it is not on air).
     void endAiring(int deck, TrackEndReason reason);
@@ -218,7 +218,6 @@ private:
     // How the current row is played, as the settings were when it was taken.
     bool m_useCuePoints = false;
     bool m_normalizeLoudness = false;
-    bool m_hasOutputDevice = false;
     double m_volume = 0.8; // master volume, linear 0..1
     int m_fadeInMs = 1500;
     bool m_autoPlayNext = true;
@@ -228,7 +227,7 @@ private:
     bool m_ducked = false;
     MixSettings m_mix;
     QTimer* m_streamLimitTimer = nullptr;
-    QAudioDevice m_outputDevice; // chosen by reloadSettings from "audio/outputDevice"
+    OutputFollower* m_output = nullptr;
 
     VoiceoverPlayer* m_voiceover = nullptr;
     Relay* m_relay = nullptr;
