@@ -1,6 +1,7 @@
 #include "audioengine.h"
 
 #include "deck.h"
+#include "deckpair.h"
 #include "mixrules.h"
 #include "mixstep.h"
 #include "outputdevice.h"
@@ -51,12 +52,14 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_router = new OutputRouter(this);
     m_sequencer = new PlayoutSequencer(this, this);
     m_info = new TrackInfoCache(this);
+    m_decks = new DeckPair(m_router, this);
+    connect(m_decks, &DeckPair::airingEnded, this, &AudioEngine::trackEnded);
     setupDeck(0);
     setupDeck(1);
     m_voiceover = new VoiceoverPlayer(this, m_router);
     m_relay = new Relay(this, m_router);
     m_output = new OutputFollower(m_router, m_relay, this);
-    m_output->setDecks({m_decks[0], m_decks[1]});
+    m_output->setDecks({m_decks->at(0), m_decks->at(1)});
     connect(m_output, &OutputFollower::logLine, this, &AudioEngine::logMessage);
     connect(m_relay, &Relay::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(m_relay, &Relay::stateChanged, this,
@@ -80,7 +83,7 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     connect(m_streamLimitTimer, &QTimer::timeout, this, [this] {
         emit logMessage(PlayoutLog::streamLimit);
         // The planned end of a stream entry, as a cue-out is for a file.
-        endAiring(m_currentDeck, TrackEndReason::End);
+        m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::End);
         next();
     });
     m_voiceover->setEnabled(voiceoversEnabledSetting());
@@ -88,13 +91,12 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_mixPointTimer->setSingleShot(true);
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
-            [this] { checkMix(m_decks[m_currentDeck]->position()); });
+            [this] { checkMix(m_decks->current()->position()); });
 }
 
 void AudioEngine::setupDeck(int index)
 {
-    Deck* deck = new Deck(this, m_router);
-    m_decks[index] = deck;
+    Deck* deck = m_decks->at(index);
     connect(deck, &Deck::levelMeasured, this,
             [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
     connect(deck, &Deck::beganToSound, this, [this](int row, const Track& track, const QDateTime& startedAt) {
@@ -103,14 +105,14 @@ void AudioEngine::setupDeck(int index)
     });
     connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
     connect(deck, &Deck::loadTimedOut, this, [this, index] {
-        if (index == m_currentDeck)
+        if (index == m_decks->currentIndex())
             m_sequencer->currentRowLoadTimedOut();
     });
     connect(deck, &Deck::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(deck, &Deck::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
     connect(deck, &Deck::durationChanged, this, [this, index](qint64 duration) {
-        if (index == m_currentDeck)
+        if (index == m_decks->currentIndex())
             emit durationChanged(duration);
     });
     connect(deck, &Deck::playbackStateChanged, this,
@@ -142,21 +144,12 @@ void AudioEngine::setPlaylist(PlaylistModel* model)
 void AudioEngine::onRowsInserted(int first, int last)
 {
     // The current row follows its identity; only the decks' reported rows are renumbered here.
-    for (Deck* deck : m_decks) {
-        if (deck->airingRow() >= std::max(first, 0))
-            deck->setAiringRow(deck->airingRow() + last - first + 1);
-    }
+    m_decks->rowsInserted(first, last);
 }
 
 void AudioEngine::onRowsRemoved(int first, int last)
 {
-    for (Deck* deck : m_decks) {
-        const int row = deck->airingRow();
-        if (row > last)
-            deck->setAiringRow(row - (last - first + 1));
-        else if (row >= first)
-            deck->setAiringRow(-1); // its row is gone; the track itself is still reported
-    }
+    m_decks->rowsRemoved(first, last);
     // Rows above the current one are followed by its identity; when the current row itself went,
     // the row above the gap stands in for it.
     const qint64 id = m_sequencer->currentRowId();
@@ -201,17 +194,17 @@ bool AudioEngine::isWaitingForSound() const
 
 bool AudioEngine::isPlaying() const
 {
-    return m_decks[m_currentDeck]->isPlaying();
+    return m_decks->current()->isPlaying();
 }
 
 qint64 AudioEngine::position() const
 {
-    return m_decks[m_currentDeck]->position();
+    return m_decks->current()->position();
 }
 
 qint64 AudioEngine::duration() const
 {
-    return m_decks[m_currentDeck]->duration();
+    return m_decks->current()->duration();
 }
 
 qint64 AudioEngine::effectiveDuration() const
@@ -224,32 +217,32 @@ qint64 AudioEngine::effectiveDuration() const
 
 double AudioEngine::deckGain(int deck) const
 {
-    return m_decks[deck & 1]->gain();
+    return m_decks->at(deck)->gain();
 }
 
 double AudioEngine::deckOutputVolume(int deck) const
 {
-    return m_decks[deck & 1]->outputVolume();
+    return m_decks->at(deck)->outputVolume();
 }
 
 bool AudioEngine::deckFading(int deck) const
 {
-    return m_decks[deck & 1]->fading();
+    return m_decks->at(deck)->fading();
 }
 
 QMediaPlayer::PlaybackState AudioEngine::deckState(int deck) const
 {
-    return m_decks[deck & 1]->state();
+    return m_decks->at(deck)->state();
 }
 
 int AudioEngine::deckRow(int deck) const
 {
-    return m_decks[deck & 1]->row();
+    return m_decks->at(deck)->row();
 }
 
 QString AudioEngine::outputDeviceDescription() const
 {
-    return m_decks[0]->device().description();
+    return m_decks->at(0)->device().description();
 }
 
 QString AudioEngine::relayOutputDeviceDescription() const
@@ -314,12 +307,17 @@ void AudioEngine::reloadSettings()
     // points and loudness are read when a row is taken, not here.
     m_mix = MixSettings::fromSettings();
     m_sequencer->reloadSettings();
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::setCrossfadeEnabled(bool on)
 {
     m_mix.crossfadeEnabled = on;
+}
+
+int AudioEngine::currentDeck() const
+{
+    return m_decks->currentIndex();
 }
 
 bool AudioEngine::hasOutputDevice() const
@@ -345,21 +343,6 @@ bool AudioEngine::isValidRow(int row) const
 bool AudioEngine::isCommandRow(int row) const
 {
     return isValidRow(row) && m_playlist->tracks().at(row).isCommand;
-}
-
-void AudioEngine::endAiring(int index, TrackEndReason reason)
-{
-    Deck* deck = m_decks[index & 1];
-    if (!deck->isAiring())
-        return;
-    const qint64 played = deck->endAiring();
-    emit trackEnded(deck->airingRow(), deck->airingTrack(), reason, played);
-}
-
-void AudioEngine::endAllAirings(TrackEndReason reason)
-{
-    endAiring(m_currentDeck, reason);
-    endAiring(1 - m_currentDeck, reason);
 }
 
 void AudioEngine::playRow(int row)
@@ -414,19 +397,19 @@ void AudioEngine::takeRow(int row)
         emit logMessage(PlayoutLog::fileNotFound + m_current.filePath);
     }
 
-    endAllAirings(TrackEndReason::Skip);
+    m_decks->endAllAirings(TrackEndReason::Skip);
     if (m_handingOver) {
         // The outgoing deck plays out its last milliseconds and is stopped by its own end.
-        m_currentDeck = 1 - m_currentDeck;
-        stopDeck(m_currentDeck);
-        startOnDeck(m_currentDeck, row, false);
+        m_decks->switchCurrent();
+        m_decks->current()->stop();
+        startOnDeck(m_decks->currentIndex(), row, false);
     } else if (!m_mix.crossfadeEnabled || !isPlaying()) {
-        stopBothDecks();
-        startOnDeck(m_currentDeck, row, m_mix.crossfadeEnabled);
+        m_decks->stopBoth();
+        startOnDeck(m_decks->currentIndex(), row, m_mix.crossfadeEnabled);
     } else {
-        fadeTo(m_currentDeck, 0.0, m_mix.fadeOutMs, true);
-        m_currentDeck = 1 - m_currentDeck;
-        startOnDeck(m_currentDeck, row, true);
+        fadeTo(m_decks->currentIndex(), 0.0, m_mix.fadeOutMs, true);
+        m_decks->switchCurrent();
+        startOnDeck(m_decks->currentIndex(), row, true);
     }
 
     if (m_current.isStream && m_current.streamLimitMs >= 1)
@@ -435,7 +418,7 @@ void AudioEngine::takeRow(int row)
 
 void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
-    Deck* deck = m_decks[index];
+    Deck* deck = m_decks->at(index);
     // A player left in error by a file it could not decode would take the same file again as
     // sounding at once; it loads it afresh instead.
     if (deck->hasPlayerError())
@@ -460,17 +443,6 @@ void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
 }
 
-void AudioEngine::stopDeck(int index)
-{
-    m_decks[index]->stop();
-}
-
-void AudioEngine::stopBothDecks()
-{
-    stopDeck(0);
-    stopDeck(1);
-}
-
 void AudioEngine::play()
 {
     if (isCommandRow(currentRow())) {
@@ -481,7 +453,7 @@ void AudioEngine::play()
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
-    Deck* deck = m_decks[m_currentDeck];
+    Deck* deck = m_decks->current();
     if (deck->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
             playRow(std::max(currentRow(), 0));
@@ -495,17 +467,17 @@ void AudioEngine::play()
 void AudioEngine::pause()
 {
     m_sequencer->cancelSilentWait();
-    m_decks[m_currentDeck]->pause();
+    m_decks->current()->pause();
 }
 
 void AudioEngine::togglePause()
 {
     if (isPlaying()) {
         m_sequencer->cancelSilentWait();
-        m_decks[m_currentDeck]->pause();
+        m_decks->current()->pause();
     } else {
         m_sequencer->resumeSilentWait();
-        m_decks[m_currentDeck]->resume();
+        m_decks->current()->resume();
     }
 }
 
@@ -516,19 +488,19 @@ void AudioEngine::stopDecks()
 
 void AudioEngine::haltDecks()
 {
-    endAllAirings(TrackEndReason::Stop);
-    stopBothDecks();
+    m_decks->endAllAirings(TrackEndReason::Stop);
+    m_decks->stopBoth();
     emit playingChanged(false);
 }
 
 void AudioEngine::holdDeck()
 {
-    m_decks[m_currentDeck]->pause();
+    m_decks->current()->pause();
 }
 
 void AudioEngine::resumeDeck()
 {
-    m_decks[m_currentDeck]->resume();
+    m_decks->current()->resume();
 }
 
 bool AudioEngine::isSounding() const
@@ -552,8 +524,8 @@ void AudioEngine::stop()
     m_voiceover->disarm();
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    endAllAirings(TrackEndReason::Stop);
-    stopBothDecks();
+    m_decks->endAllAirings(TrackEndReason::Stop);
+    m_decks->stopBoth();
     emit logMessage(PlayoutLog::stop);
 }
 
@@ -570,14 +542,14 @@ void AudioEngine::previous()
 void AudioEngine::setVolume(int percent)
 {
     m_volume = std::clamp(percent, 0, 100) / 100.0;
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
     // The relay follows the master volume (not the ducking), so the fader works while live.
     m_relay->setVolume(m_volume);
 }
 
 void AudioEngine::setPosition(qint64 ms)
 {
-    m_decks[m_currentDeck]->setPosition(ms);
+    m_decks->current()->setPosition(ms);
 }
 
 void AudioEngine::setDucked(bool ducked)
@@ -585,7 +557,7 @@ void AudioEngine::setDucked(bool ducked)
     if (ducked == m_ducked)
         return;
     m_ducked = ducked;
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::setFadeOutMs(int ms)
@@ -600,39 +572,29 @@ void AudioEngine::setShuffle(bool on)
 
 void AudioEngine::applyDeckVolume(int index)
 {
-    m_decks[index & 1]->setMix(m_volume, m_ducked);
-}
-
-void AudioEngine::applyBothDecks()
-{
-    applyDeckVolume(0);
-    applyDeckVolume(1);
+    m_decks->at(index)->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::fadeTo(int index, double target, int ms, bool stopAtEnd)
 {
-    m_decks[index & 1]->fadeTo(target, ms, stopAtEnd);
+    m_decks->at(index)->fadeTo(target, ms, stopAtEnd);
 }
 
 void AudioEngine::onDeckLevel(int index, const QAudioBuffer& buffer)
 {
-    const Deck* a = m_decks[0];
-    const Deck* b = m_decks[1];
-    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
-    if (index == m_currentDeck)
+    emitDeckLevels();
+    if (index == m_decks->currentIndex())
         emit audioBufferReady(buffer);
 }
 
 void AudioEngine::emitDeckLevels()
 {
-    const Deck* a = m_decks[0];
-    const Deck* b = m_decks[1];
-    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
+    emit levels(m_decks->heardLeft(), m_decks->heardRight());
 }
 
 void AudioEngine::onDeckPosition(int index, qint64 position)
 {
-    if (index != m_currentDeck)
+    if (index != m_decks->currentIndex())
         return;
     emit positionChanged(position);
     checkVoiceover(position);
@@ -641,7 +603,7 @@ void AudioEngine::onDeckPosition(int index, qint64 position)
 
 MixSituation AudioEngine::mixSituation(qint64 position) const
 {
-    const Deck* deck = m_decks[m_currentDeck];
+    const Deck* deck = m_decks->current();
     MixSituation now;
     now.autoPlayNext = m_autoPlayNext;
     now.alreadyMoved = m_mixTriggered;
@@ -660,7 +622,7 @@ MixSituation AudioEngine::mixSituation(qint64 position) const
         now.handoverPossible = !m_current.isCommand && !m_current.isStream && !isShuffle() &&
                                isValidRow(following) && !isCommandRow(following) &&
                                !sourceOf(m_playlist->tracks().at(following)).isEmpty();
-        now.startLeadMs = m_decks[1 - m_currentDeck]->startLeadMs();
+        now.startLeadMs = m_decks->other()->startLeadMs();
         return now;
     }
     int rowMix = -1;
@@ -704,9 +666,9 @@ void AudioEngine::mixIntoNext(const MixSettings& settings)
     if (row < 0)
         return;
     m_mixTriggered = true;
-    endAiring(m_currentDeck, TrackEndReason::Mix);
+    m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::Mix);
     if (settings.fadeOutOnMix && settings.fadeOutMs > 0)
-        fadeTo(m_currentDeck, 0.0, settings.fadeOutMs, true);
+        fadeTo(m_decks->currentIndex(), 0.0, settings.fadeOutMs, true);
     m_sequencer->mixInto(row);
 }
 
@@ -717,7 +679,7 @@ void AudioEngine::mixIntoNext(const MixSettings& settings)
 void AudioEngine::handOver()
 {
     m_mixTriggered = true;
-    endAiring(m_currentDeck, TrackEndReason::End);
+    m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::End);
     m_handingOver = true;
     m_sequencer->currentRowEnded(true);
     m_handingOver = false;
@@ -732,9 +694,9 @@ void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 void AudioEngine::onTrackEnd(int index)
 {
     // Ends of an earlier load never get here: the deck drops them.
-    endAiring(index, TrackEndReason::End);
-    if (index != m_currentDeck) {
-        stopDeck(index); // the outgoing deck of a crossfade
+    m_decks->endAiring(index, TrackEndReason::End);
+    if (index != m_decks->currentIndex()) {
+        m_decks->at(index)->stop(); // the outgoing deck of a crossfade
         return;
     }
     m_sequencer->currentRowEnded(m_autoPlayNext);
@@ -750,9 +712,9 @@ void AudioEngine::onPlayerError(QMediaPlayer::Error error, const QString& errorS
 
 void AudioEngine::onMetaData(int index)
 {
-    if (!m_current.isStream || index != m_currentDeck)
+    if (!m_current.isStream || index != m_decks->currentIndex())
         return;
-    const QString text = streamTitle(m_decks[index]->metaData());
+    const QString text = streamTitle(m_decks->at(index)->metaData());
     if (text.isEmpty() || text == m_lastStreamTitle)
         return;
     m_lastStreamTitle = text;
@@ -797,7 +759,7 @@ void AudioEngine::startRelay(const QString& sourceText)
         stopRelay();
 
     if (m_sequencer->relayStarting(isPlaying()))
-        m_decks[m_currentDeck]->pause();
+        m_decks->current()->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
     m_relay->start(source, configuredOutputDevice(), m_volume);
@@ -816,8 +778,8 @@ void AudioEngine::stopRelay()
 
 void AudioEngine::onRelayLive()
 {
-    endAllAirings(TrackEndReason::Relay);
-    for (Deck* deck : m_decks) {
+    m_decks->endAllAirings(TrackEndReason::Relay);
+    for (Deck* deck : *m_decks) {
         if (deck->isPlaying())
             deck->pause();
     }

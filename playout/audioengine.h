@@ -22,6 +22,7 @@
 #include <array>
 
 class Deck;
+class DeckPair;
 class OutputFollower;
 class OutputRouter;
 class PlaylistModel;
@@ -72,7 +73,7 @@ public:
     int currentRow() const;
     // The identity (PlaylistModel::rowId) of the current row; 0 before any row was taken.
     qint64 currentRowId() const;
-    int currentDeck() const { return m_currentDeck; }
+    int currentDeck() const;
     double volume() const { return m_volume; }
     bool isDucked() const { return m_ducked; }
     bool hasOutputDevice() const;
@@ -167,9 +168,6 @@ private:
 
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
-    void stopDeck(int deck);
-    void stopBothDecks();
-    void applyBothDecks();
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
     // The decks' levels as they are now (after one fell silent).
     void emitDeckLevels();
@@ -190,10 +188,6 @@ private:
     void onRowsInserted(int first, int last);
     void onRowsRemoved(int first, int last);
 
-    // Reports the end of what a deck has on air (once; nothing when it is not on air).
-    void endAiring(int deck, TrackEndReason reason);
-    void endAllAirings(TrackEndReason reason);
-
     // Armed on every playRow from the parameters read then, fired from the position check.
     void armVoiceover();
     void checkVoiceover(qint64 position);
@@ -207,10 +201,9 @@ private:
     QList<QMetaObject::Connection> m_playlistConnections;
     // Decks, relay and voiceover play on its device; a device change goes through it.
     OutputRouter* m_router = nullptr;
-    std::array<Deck*, 2> m_decks{};
+    DeckPair* m_decks = nullptr;
     PlayoutSequencer* m_sequencer = nullptr;
     TrackInfoCache* m_info = nullptr;
-    int m_currentDeck = 0;
     Track m_current;
     TrackParams m_currentParams;     // read once when the row is taken
     TrackAnalysis m_currentAnalysis; // read with them, when a setting needs it
