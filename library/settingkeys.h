@@ -39,6 +39,8 @@ inline const SettingKey<bool> normalizeLoudness{"playback/normalizeLoudness", fa
 // How long a taken row may stay silent before the playout skips it.
 inline const SettingKey<int> silentFileLimitMs{"playback/silentFileLimitMs", 10000};
 inline const SettingKey<int> silentStreamLimitMs{"playback/silentStreamLimitMs", 20000};
+// How long a deck may take to load a local file before the load counts as failed.
+inline const SettingKey<int> loadLimitMs{"playback/loadLimitMs", 5000};
 
 inline const SettingKey<bool> voiceoversEnabled{"voiceovers/enabled", true};
 inline const SettingKey<bool> relayStartNextOnStop{"relay/startNextOnStop", false};
@@ -72,6 +74,7 @@ void forEachKey(Visitor&& visit)
     visit(normalizeLoudness);
     visit(silentFileLimitMs);
     visit(silentStreamLimitMs);
+    visit(loadLimitMs);
     visit(voiceoversEnabled);
     visit(relayStartNextOnStop);
     visit(targetLufs);

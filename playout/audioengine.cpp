@@ -1,16 +1,18 @@
 #include "audioengine.h"
 
 #include "deck.h"
+#include "deckpair.h"
 #include "mixrules.h"
+#include "mixstep.h"
 #include "outputdevice.h"
 #include "outputrouter.h"
-#include "outputwatcher.h"
+#include "outputfollower.h"
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
 #include "playoutsequencer.h"
 #include "relay.h"
-#include "sequencerrules.h"
+#include "rowstart.h"
 #include "settingkeys.h"
 #include "streamtitle.h"
 #include "trackinfocache.h"
@@ -22,25 +24,11 @@
 #include <QFileInfo>
 #include <QMediaDevices>
 #include <QMediaMetaData>
-#include <QSettings>
 #include <QTimer>
 
 #include <algorithm>
 
 namespace {
-
-// A little more than the player's interval between position reports.
-constexpr qint64 positionReportMs = 150;
-
-bool readBool(const char* key, bool fallback)
-{
-    return QSettings().value(QLatin1String(key), fallback).toBool();
-}
-
-int readInt(const char* key, int fallback)
-{
-    return QSettings().value(QLatin1String(key), fallback).toInt();
-}
 
 // Where a row's audio comes from; empty for a file that is not there (the deck then reports no
 // media and the playlist waits).
@@ -64,10 +52,15 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_router = new OutputRouter(this);
     m_sequencer = new PlayoutSequencer(this, this);
     m_info = new TrackInfoCache(this);
+    m_decks = new DeckPair(m_router, this);
+    connect(m_decks, &DeckPair::airingEnded, this, &AudioEngine::trackEnded);
     setupDeck(0);
     setupDeck(1);
     m_voiceover = new VoiceoverPlayer(this, m_router);
     m_relay = new Relay(this, m_router);
+    m_output = new OutputFollower(m_router, m_relay, this);
+    m_output->setDecks({m_decks->at(0), m_decks->at(1)});
+    connect(m_output, &OutputFollower::logLine, this, &AudioEngine::logMessage);
     connect(m_relay, &Relay::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(m_relay, &Relay::stateChanged, this,
             [this](RelayState state) { emit relayStatusChanged(state, m_relay->source()); });
@@ -90,7 +83,7 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     connect(m_streamLimitTimer, &QTimer::timeout, this, [this] {
         emit logMessage(PlayoutLog::streamLimit);
         // The planned end of a stream entry, as a cue-out is for a file.
-        endAiring(m_currentDeck, TrackEndReason::End);
+        m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::End);
         next();
     });
     m_voiceover->setEnabled(voiceoversEnabledSetting());
@@ -98,26 +91,28 @@ AudioEngine::AudioEngine(QObject* parent) : QObject(parent)
     m_mixPointTimer->setSingleShot(true);
     m_mixPointTimer->setTimerType(Qt::PreciseTimer);
     connect(m_mixPointTimer, &QTimer::timeout, this,
-            [this] { checkMix(m_decks[m_currentDeck]->position()); });
-    connect(new OutputWatcher(this), &OutputWatcher::outputsChanged, this, &AudioEngine::onOutputsChanged);
+            [this] { checkMix(m_decks->current()->position()); });
 }
 
 void AudioEngine::setupDeck(int index)
 {
-    Deck* deck = new Deck(this, m_router);
-    m_decks[index] = deck;
+    Deck* deck = m_decks->at(index);
     connect(deck, &Deck::levelMeasured, this,
             [this, index](const QAudioBuffer& buffer) { onDeckLevel(index, buffer); });
     connect(deck, &Deck::beganToSound, this, [this](int row, const Track& track, const QDateTime& startedAt) {
         m_sequencer->rowSounded(row);
         emit trackStarted(row, track, startedAt);
     });
-    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index, false); });
+    connect(deck, &Deck::cueOutReached, this, [this, index] { onTrackEnd(index); });
+    connect(deck, &Deck::loadTimedOut, this, [this, index] {
+        if (index == m_decks->currentIndex())
+            m_sequencer->currentRowLoadTimedOut();
+    });
     connect(deck, &Deck::levelFell, this, &AudioEngine::emitDeckLevels);
     connect(deck, &Deck::positionChanged, this,
             [this, index](qint64 position) { onDeckPosition(index, position); });
     connect(deck, &Deck::durationChanged, this, [this, index](qint64 duration) {
-        if (index == m_currentDeck)
+        if (index == m_decks->currentIndex())
             emit durationChanged(duration);
     });
     connect(deck, &Deck::playbackStateChanged, this,
@@ -149,21 +144,12 @@ void AudioEngine::setPlaylist(PlaylistModel* model)
 void AudioEngine::onRowsInserted(int first, int last)
 {
     // The current row follows its identity; only the decks' reported rows are renumbered here.
-    for (Deck* deck : m_decks) {
-        if (deck->airingRow() >= std::max(first, 0))
-            deck->setAiringRow(deck->airingRow() + last - first + 1);
-    }
+    m_decks->rowsInserted(first, last);
 }
 
 void AudioEngine::onRowsRemoved(int first, int last)
 {
-    for (Deck* deck : m_decks) {
-        const int row = deck->airingRow();
-        if (row > last)
-            deck->setAiringRow(row - (last - first + 1));
-        else if (row >= first)
-            deck->setAiringRow(-1); // its row is gone; the track itself is still reported
-    }
+    m_decks->rowsRemoved(first, last);
     // Rows above the current one are followed by its identity; when the current row itself went,
     // the row above the gap stands in for it.
     const qint64 id = m_sequencer->currentRowId();
@@ -208,17 +194,17 @@ bool AudioEngine::isWaitingForSound() const
 
 bool AudioEngine::isPlaying() const
 {
-    return m_decks[m_currentDeck]->isPlaying();
+    return m_decks->current()->isPlaying();
 }
 
 qint64 AudioEngine::position() const
 {
-    return m_decks[m_currentDeck]->position();
+    return m_decks->current()->position();
 }
 
 qint64 AudioEngine::duration() const
 {
-    return m_decks[m_currentDeck]->duration();
+    return m_decks->current()->duration();
 }
 
 qint64 AudioEngine::effectiveDuration() const
@@ -231,32 +217,32 @@ qint64 AudioEngine::effectiveDuration() const
 
 double AudioEngine::deckGain(int deck) const
 {
-    return m_decks[deck & 1]->gain();
+    return m_decks->at(deck)->gain();
 }
 
 double AudioEngine::deckOutputVolume(int deck) const
 {
-    return m_decks[deck & 1]->outputVolume();
+    return m_decks->at(deck)->outputVolume();
 }
 
 bool AudioEngine::deckFading(int deck) const
 {
-    return m_decks[deck & 1]->fading();
+    return m_decks->at(deck)->fading();
 }
 
 QMediaPlayer::PlaybackState AudioEngine::deckState(int deck) const
 {
-    return m_decks[deck & 1]->state();
+    return m_decks->at(deck)->state();
 }
 
 int AudioEngine::deckRow(int deck) const
 {
-    return m_decks[deck & 1]->row();
+    return m_decks->at(deck)->row();
 }
 
 QString AudioEngine::outputDeviceDescription() const
 {
-    return m_decks[0]->device().description();
+    return m_decks->at(0)->device().description();
 }
 
 QString AudioEngine::relayOutputDeviceDescription() const
@@ -311,66 +297,32 @@ RelayState AudioEngine::relayState() const
 
 void AudioEngine::reloadSettings()
 {
-    m_hasOutputDevice = !QMediaDevices::audioOutputs().isEmpty();
-    m_outputDevice = configuredOutputDevice();
-    m_router->setDevice(m_outputDevice);
+    m_output->reload();
 
-    m_volume = readInt("audio/defaultVolume", 80) / 100.0;
-    m_crossfadeEnabled = readBool("playback/crossfadeEnabled", false);
-    m_fadeInMs = readInt("playback/fadeInMs", 1500);
-    m_fadeOutMs = readInt("playback/fadeOutMs", 2500);
-    m_autoPlayNext = readBool("playback/autoPlayNext", true);
-    m_minCrossfadeMs = readInt("playback/minCrossfadeMs", 45000);
+    m_volume = Settings::defaultVolume.read() / 100.0;
+    m_fadeInMs = Settings::fadeInMs.read();
+    m_autoPlayNext = Settings::autoPlayNext.read();
+    m_loadLimitMs = Settings::loadLimitMs.read();
+    // Crossfade on/off, fade-out and the shortest mixed track live in the mix rules alone. Cue
+    // points and loudness are read when a row is taken, not here.
     m_mix = MixSettings::fromSettings();
-    m_useCuePoints = readBool("playback/useCuePoints", false);
-    m_normalizeLoudness = readBool("playback/normalizeLoudness", false);
-    m_targetLufs = QSettings().value(QStringLiteral("analysis/targetLufs"), -18.0).toDouble();
     m_sequencer->reloadSettings();
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::setCrossfadeEnabled(bool on)
 {
-    m_crossfadeEnabled = on;
     m_mix.crossfadeEnabled = on;
 }
 
-void AudioEngine::onOutputsChanged()
+int AudioEngine::currentDeck() const
 {
-    const QList<QAudioDevice> outputs = QMediaDevices::audioOutputs();
-    const bool hadDevice = m_hasOutputDevice;
-    m_hasOutputDevice = !outputs.isEmpty();
-    if (!m_hasOutputDevice) {
-        if (hadDevice) {
-            qCWarning(lcPlayout) << "every audio output is gone; last in use:"
-                                 << m_outputDevice.description();
-            emit logMessage(PlayoutLog::noDevice);
-        }
-        return;
-    }
-    if (!hadDevice) {
-        // Outputs are back after there were none: the configured one if it is among them.
-        m_outputDevice = configuredOutputDevice();
-        for (Deck* deck : m_decks)
-            deck->setDevice(m_outputDevice);
-        return;
-    }
-    const QAudioDevice fallback = QMediaDevices::defaultAudioOutput();
-    if (m_relay->isActive() && !m_relay->outputDeviceDescription().isEmpty()) {
-        bool relayListed = false;
-        for (const QAudioDevice& device : outputs)
-            relayListed = relayListed || device.description() == m_relay->outputDeviceDescription();
-        if (!relayListed)
-            m_relay->setDevice(fallback);
-    }
-    if (outputListed(m_outputDevice, outputs))
-        return;
-    const QString line = PlayoutLog::outputLost + m_outputDevice.description() + PlayoutLog::outputMoved +
-                         fallback.description();
-    qCWarning(lcPlayout).noquote() << line;
-    m_outputDevice = fallback;
-    m_router->setDevice(fallback);
-    emit logMessage(line);
+    return m_decks->currentIndex();
+}
+
+bool AudioEngine::hasOutputDevice() const
+{
+    return m_output->hasOutput();
 }
 
 int AudioEngine::nextRow() const
@@ -393,21 +345,6 @@ bool AudioEngine::isCommandRow(int row) const
     return isValidRow(row) && m_playlist->tracks().at(row).isCommand;
 }
 
-void AudioEngine::endAiring(int index, TrackEndReason reason)
-{
-    Deck* deck = m_decks[index & 1];
-    if (!deck->isAiring())
-        return;
-    const qint64 played = deck->endAiring();
-    emit trackEnded(deck->airingRow(), deck->airingTrack(), reason, played);
-}
-
-void AudioEngine::endAllAirings(TrackEndReason reason)
-{
-    endAiring(m_currentDeck, reason);
-    endAiring(1 - m_currentDeck, reason);
-}
-
 void AudioEngine::playRow(int row)
 {
     m_sequencer->playRow(row);
@@ -422,25 +359,15 @@ void AudioEngine::takeRow(int row)
     m_mixTriggered = false;
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    // As the settings are now: a row queued before they changed follows them when it starts.
-    m_useCuePoints = Settings::useCuePoints.read();
-    m_normalizeLoudness = Settings::normalizeLoudness.read();
-    m_targetLufs = Settings::targetLufs.read();
     // Taken once here, never from a server that may not answer: the mix check and the voiceover
     // use these until the next row is taken.
-    m_currentParams = TrackParams();
-    m_currentAnalysis = TrackAnalysis();
-    bool paramsUnknown = false;
-    if (!m_current.isCommand && !m_current.filePath.isEmpty()) {
-        const TrackInfo info = m_info->forStart(m_current.filePath);
-        paramsUnknown = !info.known;
-        if (info.known) {
-            m_currentParams = info.params;
-            if ((m_useCuePoints || m_normalizeLoudness) && !m_current.isStream)
-                m_currentAnalysis = info.analysis;
-        }
-    }
-    m_plan = planTrack(m_currentParams, m_currentAnalysis, m_useCuePoints, m_normalizeLoudness, m_targetLufs);
+    const RowStart start = readRowStart(m_current, *m_info);
+    m_useCuePoints = start.useCuePoints;
+    m_normalizeLoudness = start.normalizeLoudness;
+    m_currentParams = start.params;
+    m_currentAnalysis = start.analysis;
+    m_plan = start.plan;
+    const bool paramsUnknown = start.paramsUnknown;
 
     emit currentRowChanged(row);
     // What was read ahead may be hours old: read the coming row again while this one plays, so
@@ -460,7 +387,7 @@ void AudioEngine::takeRow(int row)
         qCWarning(lcPlayout) << "parameters of" << m_current.filePath << "not known; playing with defaults";
         emit logMessage(PlayoutLog::defaultParameters + displayText(m_current));
     }
-    if (!m_hasOutputDevice) {
+    if (!m_output->hasOutput()) {
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
@@ -470,19 +397,19 @@ void AudioEngine::takeRow(int row)
         emit logMessage(PlayoutLog::fileNotFound + m_current.filePath);
     }
 
-    endAllAirings(TrackEndReason::Skip);
+    m_decks->endAllAirings(TrackEndReason::Skip);
     if (m_handingOver) {
         // The outgoing deck plays out its last milliseconds and is stopped by its own end.
-        m_currentDeck = 1 - m_currentDeck;
-        stopDeck(m_currentDeck);
-        startOnDeck(m_currentDeck, row, false);
-    } else if (!m_crossfadeEnabled || !isPlaying()) {
-        stopBothDecks();
-        startOnDeck(m_currentDeck, row, m_crossfadeEnabled);
+        m_decks->switchCurrent();
+        m_decks->current()->stop();
+        startOnDeck(m_decks->currentIndex(), row, false);
+    } else if (!m_mix.crossfadeEnabled || !isPlaying()) {
+        m_decks->stopBoth();
+        startOnDeck(m_decks->currentIndex(), row, m_mix.crossfadeEnabled);
     } else {
-        fadeTo(m_currentDeck, 0.0, m_fadeOutMs, true);
-        m_currentDeck = 1 - m_currentDeck;
-        startOnDeck(m_currentDeck, row, true);
+        fadeTo(m_decks->currentIndex(), 0.0, m_mix.fadeOutMs, true);
+        m_decks->switchCurrent();
+        startOnDeck(m_decks->currentIndex(), row, true);
     }
 
     if (m_current.isStream && m_current.streamLimitMs >= 1)
@@ -491,7 +418,7 @@ void AudioEngine::takeRow(int row)
 
 void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
 {
-    Deck* deck = m_decks[index];
+    Deck* deck = m_decks->at(index);
     // A player left in error by a file it could not decode would take the same file again as
     // sounding at once; it loads it afresh instead.
     if (deck->hasPlayerError())
@@ -500,29 +427,20 @@ void AudioEngine::startOnDeck(int index, int row, bool fadeIn)
     deck->setMetering(isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::levels)) ||
                       isSignalConnected(QMetaMethod::fromSignal(&AudioEngine::audioBufferReady)) ||
                       m_mix.triggerMixEnabled);
-    deck->setTrackGain(m_plan.gain);
     // The output goes no higher than full volume: a quiet track is raised only that far, and the
     // plan (what a display shows) and the meters say what is really applied.
-    if (deck->effectiveTrackGain() < m_plan.gain) {
-        const QString line = PlayoutLog::gainCapped.arg(toDb(deck->effectiveTrackGain()), 0, 'f', 1)
-                                 .arg(toDb(m_plan.gain), 0, 'f', 1);
+    const double capped = deck->cappedTrackGain(m_plan.gain);
+    if (capped < m_plan.gain) {
+        const QString line =
+            PlayoutLog::gainCapped.arg(toDb(capped), 0, 'f', 1).arg(toDb(m_plan.gain), 0, 'f', 1);
         qCInfo(lcPlayout).noquote() << line << m_current.filePath;
         emit logMessage(line);
-        m_plan.gain = deck->effectiveTrackGain();
-        deck->setTrackGain(m_plan.gain);
+        m_plan.gain = capped;
     }
+    deck->setTrackGain(m_plan.gain);
+    // A stream may take its time to answer; its own silent limit covers it.
+    deck->setLoadLimitMs(m_current.isStream ? 0 : m_loadLimitMs);
     deck->start(row, m_current, sourceOf(m_current), fadeIn, m_fadeInMs, m_plan.startMs, m_plan.endMs);
-}
-
-void AudioEngine::stopDeck(int index)
-{
-    m_decks[index]->stop();
-}
-
-void AudioEngine::stopBothDecks()
-{
-    stopDeck(0);
-    stopDeck(1);
 }
 
 void AudioEngine::play()
@@ -531,11 +449,11 @@ void AudioEngine::play()
         next(); // Play steps over a STOP or PAUSE row
         return;
     }
-    if (!m_hasOutputDevice) {
+    if (!m_output->hasOutput()) {
         emit logMessage(PlayoutLog::noDevice);
         return;
     }
-    Deck* deck = m_decks[m_currentDeck];
+    Deck* deck = m_decks->current();
     if (deck->source().isEmpty()) {
         if (m_playlist && m_playlist->rowCount() > 0)
             playRow(std::max(currentRow(), 0));
@@ -549,17 +467,17 @@ void AudioEngine::play()
 void AudioEngine::pause()
 {
     m_sequencer->cancelSilentWait();
-    m_decks[m_currentDeck]->pause();
+    m_decks->current()->pause();
 }
 
 void AudioEngine::togglePause()
 {
     if (isPlaying()) {
         m_sequencer->cancelSilentWait();
-        m_decks[m_currentDeck]->pause();
+        m_decks->current()->pause();
     } else {
         m_sequencer->resumeSilentWait();
-        m_decks[m_currentDeck]->resume();
+        m_decks->current()->resume();
     }
 }
 
@@ -570,19 +488,19 @@ void AudioEngine::stopDecks()
 
 void AudioEngine::haltDecks()
 {
-    endAllAirings(TrackEndReason::Stop);
-    stopBothDecks();
+    m_decks->endAllAirings(TrackEndReason::Stop);
+    m_decks->stopBoth();
     emit playingChanged(false);
 }
 
 void AudioEngine::holdDeck()
 {
-    m_decks[m_currentDeck]->pause();
+    m_decks->current()->pause();
 }
 
 void AudioEngine::resumeDeck()
 {
-    m_decks[m_currentDeck]->resume();
+    m_decks->current()->resume();
 }
 
 bool AudioEngine::isSounding() const
@@ -592,7 +510,7 @@ bool AudioEngine::isSounding() const
 
 bool AudioEngine::hasOutput() const
 {
-    return m_hasOutputDevice;
+    return m_output->hasOutput();
 }
 
 void AudioEngine::log(const QString& text)
@@ -606,8 +524,8 @@ void AudioEngine::stop()
     m_voiceover->disarm();
     m_streamLimitTimer->stop();
     m_mixPointTimer->stop();
-    endAllAirings(TrackEndReason::Stop);
-    stopBothDecks();
+    m_decks->endAllAirings(TrackEndReason::Stop);
+    m_decks->stopBoth();
     emit logMessage(PlayoutLog::stop);
 }
 
@@ -624,14 +542,14 @@ void AudioEngine::previous()
 void AudioEngine::setVolume(int percent)
 {
     m_volume = std::clamp(percent, 0, 100) / 100.0;
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
     // The relay follows the master volume (not the ducking), so the fader works while live.
     m_relay->setVolume(m_volume);
 }
 
 void AudioEngine::setPosition(qint64 ms)
 {
-    m_decks[m_currentDeck]->setPosition(ms);
+    m_decks->current()->setPosition(ms);
 }
 
 void AudioEngine::setDucked(bool ducked)
@@ -639,14 +557,12 @@ void AudioEngine::setDucked(bool ducked)
     if (ducked == m_ducked)
         return;
     m_ducked = ducked;
-    applyBothDecks();
+    m_decks->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::setFadeOutMs(int ms)
 {
-    ms = std::max(ms, 0);
-    m_fadeOutMs = ms;
-    m_mix.fadeOutMs = ms;
+    m_mix.fadeOutMs = std::max(ms, 0);
 }
 
 void AudioEngine::setShuffle(bool on)
@@ -656,60 +572,59 @@ void AudioEngine::setShuffle(bool on)
 
 void AudioEngine::applyDeckVolume(int index)
 {
-    m_decks[index & 1]->setMix(m_volume, m_ducked);
-}
-
-void AudioEngine::applyBothDecks()
-{
-    applyDeckVolume(0);
-    applyDeckVolume(1);
+    m_decks->at(index)->setMix(m_volume, m_ducked);
 }
 
 void AudioEngine::fadeTo(int index, double target, int ms, bool stopAtEnd)
 {
-    m_decks[index & 1]->fadeTo(target, ms, stopAtEnd);
+    m_decks->at(index)->fadeTo(target, ms, stopAtEnd);
 }
 
 void AudioEngine::onDeckLevel(int index, const QAudioBuffer& buffer)
 {
-    const Deck* a = m_decks[0];
-    const Deck* b = m_decks[1];
-    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
-    if (index == m_currentDeck)
+    emitDeckLevels();
+    if (index == m_decks->currentIndex())
         emit audioBufferReady(buffer);
 }
 
 void AudioEngine::emitDeckLevels()
 {
-    const Deck* a = m_decks[0];
-    const Deck* b = m_decks[1];
-    emit levels(std::max(a->levelLeft(), b->levelLeft()), std::max(a->levelRight(), b->levelRight()));
+    emit levels(m_decks->heardLeft(), m_decks->heardRight());
 }
 
 void AudioEngine::onDeckPosition(int index, qint64 position)
 {
-    if (index != m_currentDeck)
+    if (index != m_decks->currentIndex())
         return;
     emit positionChanged(position);
     checkVoiceover(position);
     checkMix(position);
 }
 
-void AudioEngine::checkMix(qint64 position)
+MixSituation AudioEngine::mixSituation(qint64 position) const
 {
-    if (m_mixTriggered || !m_autoPlayNext)
-        return;
-    if (!m_crossfadeEnabled) {
-        checkHandover(position);
-        return;
-    }
-    const Deck* deck = m_decks[m_currentDeck];
-    if (!m_crossfadeEnabled || deck->duration() < 1)
-        return;
+    const Deck* deck = m_decks->current();
+    MixSituation now;
+    now.autoPlayNext = m_autoPlayNext;
+    now.alreadyMoved = m_mixTriggered;
+    now.settings = m_mix;
+    now.playing = deck->isPlaying();
+    now.positionMs = position;
+    now.fileDurationMs = deck->duration();
     // A cue-out is the track's end for the mix as well.
-    const qint64 duration = effectiveDuration();
-    const qint64 remaining = duration - position;
-
+    now.endMs = effectiveDuration();
+    if (now.alreadyMoved || !now.autoPlayNext)
+        return now;
+    if (!m_mix.crossfadeEnabled) {
+        // Rows whose end cannot be known ahead (streams, shuffle, command rows, missing files)
+        // keep the plain start at the end.
+        const int following = nextRow();
+        now.handoverPossible = !m_current.isCommand && !m_current.isStream && !isShuffle() &&
+                               isValidRow(following) && !isCommandRow(following) &&
+                               !sourceOf(m_playlist->tracks().at(following)).isEmpty();
+        now.startLeadMs = m_decks->other()->startLeadMs();
+        return now;
+    }
     int rowMix = -1;
     int rowFadeOut = -1;
     if (isValidRow(currentRow())) {
@@ -717,55 +632,54 @@ void AudioEngine::checkMix(qint64 position)
         rowMix = override.first;
         rowFadeOut = override.second;
     }
-    MixSettings settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, duration),
-                                                m_currentParams.fadeOut, rowMix, rowFadeOut);
-    settings.crossfadeEnabled = m_crossfadeEnabled;
+    now.settings = effectiveMixSettings(m_mix, trackMixPointMs(m_currentParams, m_plan, now.endMs),
+                                        m_currentParams.fadeOut, rowMix, rowFadeOut);
+    now.settings.crossfadeEnabled = true;
+    now.levelValid = deck->levelValid();
+    now.levelDb = now.levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
+    return now;
+}
 
-    const bool levelValid = deck->levelValid();
-    const double levelDb = levelValid ? toDb(std::max(deck->levelLeft(), deck->levelRight())) : -100.0;
-    if (!shouldMix(settings, duration, remaining, levelDb, levelValid)) {
-        const qint64 untilMixPoint = remaining - settings.mixPointMs;
-        if (untilMixPoint > 0 && untilMixPoint < positionReportMs && isPlaying())
-            m_mixPointTimer->start(int(untilMixPoint));
+void AudioEngine::checkMix(qint64 position)
+{
+    const MixSituation now = mixSituation(position);
+    const MixStep step = decideMixStep(now);
+    switch (step.action) {
+    case MixStep::Action::Wait:
+        return;
+    case MixStep::Action::WaitUntil:
+        m_mixPointTimer->start(step.timerMs);
+        return;
+    case MixStep::Action::Mix:
+        mixIntoNext(now.settings);
+        return;
+    case MixStep::Action::HandOver:
+        handOver();
         return;
     }
+}
 
+void AudioEngine::mixIntoNext(const MixSettings& settings)
+{
     // A STOP or other command row is reached by the end of the track, not mixed into.
-    const int nextRow = m_sequencer->mixRow();
-    if (nextRow < 0)
+    const int row = m_sequencer->mixRow();
+    if (row < 0)
         return;
-
     m_mixTriggered = true;
-    endAiring(m_currentDeck, TrackEndReason::Mix);
+    m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::Mix);
     if (settings.fadeOutOnMix && settings.fadeOutMs > 0)
-        fadeTo(m_currentDeck, 0.0, settings.fadeOutMs, true);
-    m_sequencer->mixInto(nextRow);
+        fadeTo(m_decks->currentIndex(), 0.0, settings.fadeOutMs, true);
+    m_sequencer->mixInto(row);
 }
 
 // A deck is heard only some time after it is started (the start lead). Waiting for the end of the
 // current track before starting the next leaves that much silence, so the next row is started
 // on the other deck the start lead before the end; the current deck plays out to its end (or
-// cue-out), unflushed, and its end stops it. Rows whose end cannot be known ahead (streams,
-// shuffle, command rows, missing files) keep the plain start at the end.
-void AudioEngine::checkHandover(qint64 position)
+// cue-out), unflushed, and its end stops it.
+void AudioEngine::handOver()
 {
-    const Deck* deck = m_decks[m_currentDeck];
-    if (m_current.isCommand || m_current.isStream || isShuffle() || !deck->isPlaying())
-        return;
-    const qint64 end = effectiveDuration();
-    const int following = nextRow();
-    if (end < 1 || !isValidRow(following) || isCommandRow(following) ||
-        sourceOf(m_playlist->tracks().at(following)).isEmpty())
-        return;
-    const qint64 remaining = end - position;
-    const qint64 untilHandover = remaining - m_decks[1 - m_currentDeck]->startLeadMs();
-    if (untilHandover > 0) {
-        if (untilHandover < positionReportMs)
-            m_mixPointTimer->start(int(untilHandover));
-        return;
-    }
     m_mixTriggered = true;
-    endAiring(m_currentDeck, TrackEndReason::End);
+    m_decks->endAiring(m_decks->currentIndex(), TrackEndReason::End);
     m_handingOver = true;
     m_sequencer->currentRowEnded(true);
     m_handingOver = false;
@@ -774,26 +688,15 @@ void AudioEngine::checkHandover(qint64 position)
 void AudioEngine::onMediaStatus(int index, QMediaPlayer::MediaStatus status)
 {
     if (status == QMediaPlayer::EndOfMedia)
-        onTrackEnd(index, true);
+        onTrackEnd(index);
 }
 
-void AudioEngine::onTrackEnd(int index, bool endOfMedia)
+void AudioEngine::onTrackEnd(int index)
 {
-    if (endOfMedia && index == m_currentDeck && !m_current.isCommand) {
-        const qint64 known = std::max(m_decks[index]->duration(), m_current.durationMs);
-        if (isStaleEnd(m_sequencer->msSinceTaken(), known)) {
-            // The end of what the deck played before this row was taken (Next pressed as a track
-            // ended): the row just started goes on, and nothing moves on a second time.
-            qCWarning(lcPlayout) << "end of media" << m_sequencer->msSinceTaken() << "ms after taking row"
-                                 << currentRow() << "ignored as stale";
-            if (!m_decks[index]->isPlaying())
-                m_decks[index]->resume();
-            return;
-        }
-    }
-    endAiring(index, TrackEndReason::End);
-    if (index != m_currentDeck) {
-        stopDeck(index); // the outgoing deck of a crossfade
+    // Ends of an earlier load never get here: the deck drops them.
+    m_decks->endAiring(index, TrackEndReason::End);
+    if (index != m_decks->currentIndex()) {
+        m_decks->at(index)->stop(); // the outgoing deck of a crossfade
         return;
     }
     m_sequencer->currentRowEnded(m_autoPlayNext);
@@ -809,9 +712,9 @@ void AudioEngine::onPlayerError(QMediaPlayer::Error error, const QString& errorS
 
 void AudioEngine::onMetaData(int index)
 {
-    if (!m_current.isStream || index != m_currentDeck)
+    if (!m_current.isStream || index != m_decks->currentIndex())
         return;
-    const QString text = streamTitle(m_decks[index]->metaData());
+    const QString text = streamTitle(m_decks->at(index)->metaData());
     if (text.isEmpty() || text == m_lastStreamTitle)
         return;
     m_lastStreamTitle = text;
@@ -835,7 +738,7 @@ void AudioEngine::armVoiceover()
     if (!m_voiceover->isEnabled() || m_current.isCommand || m_current.isStream ||
         m_current.filePath.isEmpty())
         return;
-    const QString file = m_voiceover->arm(m_currentParams, m_outputDevice);
+    const QString file = m_voiceover->arm(m_currentParams, m_output->device());
     if (!file.isEmpty())
         emit logMessage(PlayoutLog::voiceoverArmed + QFileInfo(file).fileName());
 }
@@ -856,7 +759,7 @@ void AudioEngine::startRelay(const QString& sourceText)
         stopRelay();
 
     if (m_sequencer->relayStarting(isPlaying()))
-        m_decks[m_currentDeck]->pause();
+        m_decks->current()->pause();
     // Read now, not from the last reloadSettings: the relay goes to the device configured at its
     // start, and every reconnection attempt keeps it.
     m_relay->start(source, configuredOutputDevice(), m_volume);
@@ -875,8 +778,8 @@ void AudioEngine::stopRelay()
 
 void AudioEngine::onRelayLive()
 {
-    endAllAirings(TrackEndReason::Relay);
-    for (Deck* deck : m_decks) {
+    m_decks->endAllAirings(TrackEndReason::Relay);
+    for (Deck* deck : *m_decks) {
         if (deck->isPlaying())
             deck->pause();
     }

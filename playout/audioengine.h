@@ -2,6 +2,7 @@
 
 #include "cueplan.h"
 #include "mixsettings.h"
+#include "mixstep.h"
 #include "relaystate.h"
 #include "sequencerdecks.h"
 #include "track.h"
@@ -21,6 +22,8 @@
 #include <array>
 
 class Deck;
+class DeckPair;
+class OutputFollower;
 class OutputRouter;
 class PlaylistModel;
 class PlayoutSequencer;
@@ -70,15 +73,15 @@ public:
     int currentRow() const;
     // The identity (PlaylistModel::rowId) of the current row; 0 before any row was taken.
     qint64 currentRowId() const;
-    int currentDeck() const { return m_currentDeck; }
+    int currentDeck() const;
     double volume() const { return m_volume; }
     bool isDucked() const { return m_ducked; }
-    bool hasOutputDevice() const { return m_hasOutputDevice; }
-    bool crossfadeEnabled() const { return m_crossfadeEnabled; }
+    bool hasOutputDevice() const;
+    bool crossfadeEnabled() const { return m_mix.crossfadeEnabled; }
     int fadeInMs() const { return m_fadeInMs; }
-    int fadeOutMs() const { return m_fadeOutMs; }
+    int fadeOutMs() const { return m_mix.fadeOutMs; }
     bool autoPlayNext() const { return m_autoPlayNext; }
-    int minCrossfadeMs() const { return m_minCrossfadeMs; }
+    int minCrossfadeMs() const { return m_mix.minCrossfadeMs; }
     const MixSettings& mixSettings() const { return m_mix; }
     double deckGain(int deck) const;
     // The volume last handed to the deck's audio output (linear 0..1).
@@ -165,30 +168,25 @@ private:
 
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
-    void stopDeck(int deck);
-    void stopBothDecks();
-    void applyBothDecks();
     void onDeckLevel(int deck, const QAudioBuffer& buffer);
     // The decks' levels as they are now (after one fell silent).
     void emitDeckLevels();
     void onDeckPosition(int deck, qint64 position);
     void onMediaStatus(int deck, QMediaPlayer::MediaStatus status);
-    // End of media (endOfMedia) or a reached cue-out on a deck.
-    void onTrackEnd(int deck, bool endOfMedia);
+    // End of media or a reached cue-out on a deck.
+    void onTrackEnd(int deck);
     void onPlayerError(QMediaPlayer::Error error, const QString& errorString);
     void onMetaData(int deck);
+    // What decideMixStep needs to know at this position.
+    MixSituation mixSituation(qint64 position) const;
     void checkMix(qint64 position);
+    void mixIntoNext(const MixSettings& settings);
     // Crossfade off: starts the next row on the other deck the start lead before the end.
-    void checkHandover(qint64 position);
+    void handOver();
     bool isCommandRow(int row) const;
     bool isValidRow(int row) const;
     void onRowsInserted(int first, int last);
     void onRowsRemoved(int first, int last);
-    void onOutputsChanged();
-
-    // Reports the end of what a deck has on air (once; nothing when it is not on air).
-    void endAiring(int deck, TrackEndReason reason);
-    void endAllAirings(TrackEndReason reason);
 
     // Armed on every playRow from the parameters read then, fired from the position check.
     void armVoiceover();
@@ -203,30 +201,26 @@ private:
     QList<QMetaObject::Connection> m_playlistConnections;
     // Decks, relay and voiceover play on its device; a device change goes through it.
     OutputRouter* m_router = nullptr;
-    std::array<Deck*, 2> m_decks{};
+    DeckPair* m_decks = nullptr;
     PlayoutSequencer* m_sequencer = nullptr;
     TrackInfoCache* m_info = nullptr;
-    int m_currentDeck = 0;
     Track m_current;
     TrackParams m_currentParams;     // read once when the row is taken
     TrackAnalysis m_currentAnalysis; // read with them, when a setting needs it
     CuePlan m_plan;
+    // How the current row is played, as the settings were when it was taken.
     bool m_useCuePoints = false;
     bool m_normalizeLoudness = false;
-    double m_targetLufs = -18.0;
-    bool m_hasOutputDevice = false;
     double m_volume = 0.8; // master volume, linear 0..1
-    bool m_crossfadeEnabled = false;
     int m_fadeInMs = 1500;
-    int m_fadeOutMs = 2500;
     bool m_autoPlayNext = true;
-    int m_minCrossfadeMs = 45000;
+    int m_loadLimitMs = 0; // a file row's load is given up after this long (ms)
     bool m_mixTriggered = false;
     QString m_lastStreamTitle;
     bool m_ducked = false;
     MixSettings m_mix;
     QTimer* m_streamLimitTimer = nullptr;
-    QAudioDevice m_outputDevice; // chosen by reloadSettings from "audio/outputDevice"
+    OutputFollower* m_output = nullptr;
 
     VoiceoverPlayer* m_voiceover = nullptr;
     Relay* m_relay = nullptr;

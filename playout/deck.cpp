@@ -3,22 +3,34 @@
 #include "audioplayer.h"
 #include "mixrules.h"
 #include "outputrouter.h"
+#include "playoutlogging.h"
 
 #include <QTimer>
 
 #include <algorithm>
 
-Deck::Deck(QObject* parent, OutputRouter* router) : QObject(parent)
+Deck::Deck(QObject* parent, OutputRouter* router) : QObject(parent), m_router(router)
 {
-    m_player = new AudioPlayer(AudioPlayer::Metering::On, this);
-    if (router)
-        router->add(m_player);
     m_fadeTimer = new QTimer(this);
     m_fadeTimer->setInterval(DeckFade::tickMs);
     // Fades are heard: keep the steps even rather than coalesced with other timers.
     m_fadeTimer->setTimerType(Qt::PreciseTimer);
-
     connect(m_fadeTimer, &QTimer::timeout, this, &Deck::onFadeTick);
+    m_cueOutTimer = new QTimer(this);
+    m_cueOutTimer->setSingleShot(true);
+    m_cueOutTimer->setTimerType(Qt::PreciseTimer);
+    connect(m_cueOutTimer, &QTimer::timeout, this, [this] { checkCueOut(m_cueOutMs); });
+    m_loadTimer = new QTimer(this);
+    m_loadTimer->setSingleShot(true);
+    connect(m_loadTimer, &QTimer::timeout, this, &Deck::onLoadTimeout);
+    attachPlayer(new AudioPlayer(AudioPlayer::Metering::On, this));
+}
+
+void Deck::attachPlayer(AudioPlayer* player)
+{
+    m_player = player;
+    if (m_router)
+        m_router->add(m_player);
     connect(m_player, &AudioPlayer::bufferReady, this, &Deck::levelMeasured);
     connect(m_player, &AudioPlayer::levelChanged, this, [this] {
         if (!m_player->isPlaying() || !m_player->levelValid())
@@ -31,23 +43,75 @@ Deck::Deck(QObject* parent, OutputRouter* router) : QObject(parent)
         emit playbackStateChanged(state);
     });
     connect(m_player, &AudioPlayer::mediaStatusChanged, this, [this](QMediaPlayer::MediaStatus status) {
+        if (isEarlierLoadsReport(status)) {
+            dropEarlierEnd();
+            return;
+        }
+        if (status != QMediaPlayer::LoadingMedia && status != QMediaPlayer::NoMedia)
+            m_loadTimer->stop(); // loaded, or failed in a way the player reports itself
         onMediaStatus(status);
         emit mediaStatusChanged(status);
     });
     connect(m_player, &AudioPlayer::durationChanged, this, &Deck::durationChanged);
-    connect(m_player, &AudioPlayer::errorOccurred, this, &Deck::errorOccurred);
+    connect(m_player, &AudioPlayer::errorOccurred, this,
+            [this](QMediaPlayer::Error error, const QString& errorString) {
+                m_loadTimer->stop();
+                emit errorOccurred(error, errorString);
+            });
     connect(m_player, &AudioPlayer::metaDataChanged, this, &Deck::metaDataChanged);
     connect(m_player, &AudioPlayer::positionChanged, this, [this](qint64 position) {
+        if (position > 0 && !m_loading) {
+            m_loadConfirmed = true;
+            m_loadTimer->stop();
+        }
         measureStartLead(position);
         checkSeek(position);
         checkSounding();
         checkCueOut(position);
         emit positionChanged(position);
     });
-    m_cueOutTimer = new QTimer(this);
-    m_cueOutTimer->setSingleShot(true);
-    m_cueOutTimer->setTimerType(Qt::PreciseTimer);
-    connect(m_cueOutTimer, &QTimer::timeout, this, [this] { checkCueOut(m_cueOutMs); });
+}
+
+void Deck::setLoadLimitMs(int ms)
+{
+    m_loadLimitMs = std::max(ms, 0);
+}
+
+void Deck::onLoadTimeout()
+{
+    if (m_player->mediaStatus() != QMediaPlayer::LoadingMedia && m_loadConfirmed)
+        return;
+    const QUrl source = m_player->source();
+    qCWarning(lcPlayout) << "load of" << source.toDisplayString() << "not finished within" << m_loadLimitMs
+                         << "ms; the deck takes a fresh player";
+    // A player that never finished a load may be wedged for good: it is replaced, not reused. It
+    // is not told anything either, as stopping or destroying it can block until its load ends;
+    // it is set aside and destroyed once it gets past loading.
+    const bool metering = m_player->isMetering();
+    const QAudioDevice device = m_player->device();
+    AudioPlayer* wedged = m_player;
+    disconnect(wedged, nullptr, this, nullptr);
+    wedged->setParent(nullptr);
+    wedged->setMuted(true);
+    connect(wedged, &AudioPlayer::mediaStatusChanged, wedged, [wedged](QMediaPlayer::MediaStatus status) {
+        if (status != QMediaPlayer::LoadingMedia)
+            wedged->deleteLater();
+    });
+    attachPlayer(new AudioPlayer(AudioPlayer::Metering::On, this));
+    m_player->setMetering(metering);
+    if (!m_router)
+        m_player->setDevice(device);
+    ++m_generation;
+    m_loadConfirmed = false;
+    m_playRequested = false;
+    m_airing = Airing::None;
+    m_hasSource = false;
+    m_sinceStart.invalidate();
+    clearSeek();
+    m_cueOutTimer->stop();
+    m_fadeTimer->stop();
+    applyVolume();
+    emit loadTimedOut(source);
 }
 
 void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, int fadeInMs, qint64 startAtMs,
@@ -68,6 +132,13 @@ void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, i
     m_playedBeforeMs = 0;
     m_playingFor.invalidate();
 
+    // A new load: whatever the player reports from here on belongs to this source once it has
+    // shown that it plays it.
+    ++m_generation;
+    m_loadConfirmed = false;
+    m_resumeWhenLoaded = false;
+    m_playRequested = true;
+    m_loading = true;
     // Setting the source just before playing keeps the sound server from buffering seconds of
     // audio at a stale volume.
     if (m_player->source() == source)
@@ -84,6 +155,14 @@ void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, i
         m_player->setMuted(true);
     }
     m_player->play();
+    m_loading = false;
+    // Only a load the player has not finished by now is watched.
+    const QMediaPlayer::MediaStatus status = m_player->mediaStatus();
+    if (m_hasSource && m_loadLimitMs > 0 &&
+        (status == QMediaPlayer::LoadingMedia || status == QMediaPlayer::NoMedia))
+        m_loadTimer->start(m_loadLimitMs);
+    else
+        m_loadTimer->stop();
     // Only a start from the top tells the lead: a cue-in is reached by seeking first.
     if (startAtMs > 0 || !m_hasSource)
         m_sinceStart.invalidate();
@@ -119,6 +198,8 @@ void Deck::fadeTo(double target, int ms, bool stopAtEnd)
 
 void Deck::stop()
 {
+    m_playRequested = false;
+    m_loadTimer->stop();
     m_sinceStart.invalidate();
     clearSeek();
     m_cueOutTimer->stop();
@@ -138,11 +219,13 @@ bool Deck::isMetering() const
 
 void Deck::pause()
 {
+    m_playRequested = false;
     m_player->pause();
 }
 
 void Deck::resume()
 {
+    m_playRequested = true;
     m_player->play();
 }
 
@@ -173,7 +256,49 @@ bool Deck::hasPlayerError() const
 
 void Deck::unload()
 {
+    ++m_generation;
+    m_loadConfirmed = false;
+    m_playRequested = false;
+    m_loadTimer->stop();
     m_player->setSource(QUrl());
+}
+
+bool Deck::isEarlierLoadsReport(QMediaPlayer::MediaStatus status)
+{
+    if (m_loading)
+        return false; // reported by the player while it takes the new source
+    switch (status) {
+    case QMediaPlayer::LoadedMedia:
+    case QMediaPlayer::BufferingMedia:
+    case QMediaPlayer::BufferedMedia:
+        m_loadConfirmed = true;
+        resumeAfterDroppedEnd();
+        return false;
+    case QMediaPlayer::EndOfMedia:
+        // The player delivers what its previous source posted before it reports the new one: an
+        // end that comes first is the end of what the deck played before this load.
+        return !m_loadConfirmed && m_generation > 1;
+    default:
+        return false;
+    }
+}
+
+void Deck::dropEarlierEnd()
+{
+    qCDebug(lcPlayout) << "end of media of an earlier load dropped; load" << m_generation << "goes on";
+    ++m_droppedReports;
+    // That end stopped the player. Played again at once it would stay wedged: the new source is
+    // played once the player reports it loaded, unless the deck was told otherwise meanwhile.
+    m_resumeWhenLoaded = true;
+}
+
+void Deck::resumeAfterDroppedEnd()
+{
+    if (!m_resumeWhenLoaded)
+        return;
+    m_resumeWhenLoaded = false;
+    if (m_playRequested && !m_player->isPlaying())
+        m_player->play();
 }
 
 qint64 Deck::position() const
@@ -208,10 +333,15 @@ bool Deck::levelValid() const
 
 double Deck::effectiveTrackGain() const
 {
-    // At full fade and unducked the output gets trackGain x master; it stops at 1.0.
+    return cappedTrackGain(m_trackGain);
+}
+
+double Deck::cappedTrackGain(double requested) const
+{
+    // At full fade and unducked the output gets gain x master; it stops at 1.0.
     if (m_masterVolume <= 0.0)
-        return m_trackGain;
-    return std::min(m_trackGain, 1.0 / m_masterVolume);
+        return requested;
+    return std::min(requested, 1.0 / m_masterVolume);
 }
 
 void Deck::onFadeTick()

@@ -34,6 +34,11 @@ public:
     // sound only once it is there); with endAtMs > 0 cueOutReached() is emitted when the position gets there.
     void start(int row, const Track& track, const QUrl& source, bool fadeIn, int fadeInMs,
                qint64 startAtMs = 0, qint64 endAtMs = 0);
+    // A load of a new source that has not finished (loaded, buffered, failed or played) within
+    // this many milliseconds is given up: the deck takes a fresh player and emits loadTimedOut().
+    // 0, the default, waits for ever.
+    void setLoadLimitMs(int ms);
+    int loadLimitMs() const { return m_loadLimitMs; }
     // Replaces any running fade; stopAtEnd stops the player once the gain reaches silence.
     void fadeTo(double target, int ms, bool stopAtEnd);
     // Fade timer, then player.
@@ -79,6 +84,8 @@ public:
     // more than what takes the output to full volume at the master volume (the sound server goes
     // no higher than 1.0). Equal to trackGain() unless the track asked for more.
     double effectiveTrackGain() const;
+    // The same cap for a gain not set yet.
+    double cappedTrackGain(double requested) const;
 
     // How long a start on this deck takes to be heard: from start() to the moment its first sound
     // reaches the output, in milliseconds (the median of the last few starts from the top; a
@@ -102,6 +109,12 @@ public:
     // Ends the airing and returns how long it was heard; a later resume is a new airing.
     qint64 endAiring();
 
+    // Counts the sources loaded (start() and unload() each begin a load).
+    quint64 loadGeneration() const { return m_generation; }
+    // Reports of an earlier load dropped since the deck was made (end of media that came after a
+    // new source was loaded); they never reach whoever listens to the deck.
+    int droppedReports() const { return m_droppedReports; }
+
 signals:
     void beganToSound(int row, const Track& track, const QDateTime& startedAt);
     // The position reached the cue-out given to start() (once per start).
@@ -116,6 +129,8 @@ signals:
     void mediaStatusChanged(QMediaPlayer::MediaStatus status);
     void errorOccurred(QMediaPlayer::Error error, const QString& errorString);
     void metaDataChanged();
+    // The load of source did not finish within the load limit; the deck holds nothing now.
+    void loadTimedOut(const QUrl& source);
 
 private:
     enum class Airing {
@@ -134,7 +149,15 @@ private:
     void checkSeek(qint64 position);
     void clearSeek();
     void announce();
+    // Whether a status belongs to the load before the current one; a status that shows the
+    // current source playing confirms the load.
+    bool isEarlierLoadsReport(QMediaPlayer::MediaStatus status);
+    void dropEarlierEnd();
+    void resumeAfterDroppedEnd();
+    void attachPlayer(AudioPlayer* player);
+    void onLoadTimeout();
 
+    OutputRouter* m_router = nullptr;
     AudioPlayer* m_player = nullptr;
     QTimer* m_fadeTimer = nullptr;
     DeckFade m_fade;
@@ -156,4 +179,13 @@ private:
     QElapsedTimer m_playingFor;  // runs while playing and on air
     QElapsedTimer m_sinceStart;  // from start() until the first position report; invalid after
     StartLead m_leads;
+
+    quint64 m_generation = 0;
+    bool m_loadConfirmed = false; // the player has reported the current load as its own
+    bool m_loading = false;       // inside start(): what the player says now is about the new load
+    bool m_playRequested = false; // started or resumed, and not paused or stopped since
+    bool m_resumeWhenLoaded = false; // a dropped end stopped the player before the load was done
+    int m_droppedReports = 0;
+    QTimer* m_loadTimer = nullptr;
+    int m_loadLimitMs = 0;
 };

@@ -10,6 +10,6 @@ struct MixSettings {
     bool fadeOutOnMix = true;
     int minCrossfadeMs = 45000; // shorter tracks are never mixed automatically
 
-    // Reads every key with a fresh QSettings, in declaration order.
+    // Reads every key through its declaration in settingkeys.h.
     static MixSettings fromSettings();
 };

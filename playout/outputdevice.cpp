@@ -1,13 +1,14 @@
 #include "outputdevice.h"
 
+#include "settingkeys.h"
+
 #include <QMediaDevices>
-#include <QSettings>
 
 #include <algorithm>
 
 QAudioDevice configuredOutputDevice()
 {
-    const QString wanted = QSettings().value(QStringLiteral("audio/outputDevice")).toString();
+    const QString wanted = Settings::outputDevice.read();
     if (!wanted.isEmpty()) {
         const QList<QAudioDevice> devices = QMediaDevices::audioOutputs();
         for (const QAudioDevice& candidate : devices) {

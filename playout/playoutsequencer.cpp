@@ -266,6 +266,17 @@ void PlayoutSequencer::rowSounded(int row)
     }
 }
 
+void PlayoutSequencer::currentRowLoadTimedOut()
+{
+    if (m_current.isCommand || m_sounded)
+        return;
+    cancelSilentWait();
+    const QString text = SequencerLog::loadTimedOut(m_current.filePath);
+    qCWarning(lcPlayout).noquote() << text;
+    m_decks->log(text);
+    next();
+}
+
 void PlayoutSequencer::cancelSilentWait()
 {
     m_silentTimer->stop();

@@ -71,6 +71,8 @@ public:
     void currentRowEnded(bool autoPlayNext);
     // A row began to sound.
     void rowSounded(int row);
+    // The current row's file did not load within the deck's limit: skipped, as a broken file is.
+    void currentRowLoadTimedOut();
     // The presenter stopped or paused: a row that has not sounded yet is not a fault.
     void cancelSilentWait();
     // Play pressed on a row that was taken and held before it sounded: the wait starts again.

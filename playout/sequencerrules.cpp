@@ -79,11 +79,6 @@ int silentLimitMs(const Track& track, bool fileThere, int fileLimitMs, int strea
     return fileThere ? fileLimitMs : -1;
 }
 
-bool isStaleEnd(qint64 msSinceTaken, qint64 knownDurationMs)
-{
-    return msSinceTaken >= 0 && msSinceTaken < staleEndWindowMs && knownDurationMs > 2 * staleEndWindowMs;
-}
-
 namespace SequencerLog {
 
 QString missingSkipped(const QString& path)
@@ -108,5 +103,9 @@ QString fileSkipped(const QString& path, int seconds)
         .arg(QDir::toNativeSeparators(path));
 }
 
-} // namespace SequencerLog
+QString loadTimedOut(const QString& path)
+{
+    return QStringLiteral("Load timed out, skipped: %1").arg(QDir::toNativeSeparators(path));
+}
 
+} // namespace SequencerLog

@@ -57,16 +57,12 @@ bool nothingPlayable(int skipsInARow, int rowCount, bool anyPlayableRow);
 // (command rows, rows without a path, missing files).
 int silentLimitMs(const Track& track, bool fileThere, int fileLimitMs, int streamLimitMs);
 
-// An end reported for a row that was taken only moments ago, long before its known length could
-// have played, belongs to what the deck played before: one Next must stay one row.
-constexpr qint64 staleEndWindowMs = 600;
-bool isStaleEnd(qint64 msSinceTaken, qint64 knownDurationMs);
-
 // The log texts of the sequencer, exactly as the presenter reads them.
 namespace SequencerLog {
 QString missingSkipped(const QString& path);
 QString nothingPlayable();
 QString streamSkipped(const QString& url, int seconds);
 QString fileSkipped(const QString& path, int seconds);
+QString loadTimedOut(const QString& path);
 } // namespace SequencerLog
 

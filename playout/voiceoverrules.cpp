@@ -1,26 +1,22 @@
 #include "voiceoverrules.h"
 
 #include "musiclibrary.h"
+#include "settingkeys.h"
 #include "trackparams.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSettings>
 
 #include <algorithm>
 
-namespace {
-const QString enabledKey = QStringLiteral("voiceovers/enabled");
-}
-
 bool voiceoversEnabledSetting()
 {
-    return QSettings().value(enabledKey, true).toBool();
+    return Settings::voiceoversEnabled.read();
 }
 
 void setVoiceoversEnabledSetting(bool enabled)
 {
-    QSettings().setValue(enabledKey, enabled);
+    Settings::voiceoversEnabled.write(enabled);
 }
 
 bool shouldPlayVoiceover(const TrackParams& params, const QDate& today, int r, bool enabled)

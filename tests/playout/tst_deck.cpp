@@ -1,10 +1,13 @@
 #include "deck.h"
 #include "playouttestsupport.h"
+#include "streamserver.h"
 
 #include <QAudioOutput>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QElapsedTimer>
 #include <QTest>
+#include <QThread>
 
 #include <cmath>
 
@@ -163,6 +166,96 @@ private slots:
         deck.setMetering(true);
         QTRY_VERIFY_WITH_TIMEOUT(measured.count() > 0, 10000);
         QVERIFY(deck.levelValid());
+        deck.stop();
+    }
+
+    void theEndOfTheEarlierSourceDoesNotReachTheNextLoad()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        QSignalSpy status(&deck, &Deck::mediaStatusChanged);
+        bool switched = false;
+        // Next pressed as the short tone ends: its last position report comes just before the
+        // player delivers its end, which then arrives after the next source was loaded. The thread
+        // is held a moment first, as a busy GUI thread would be, so that the end is surely posted.
+        connect(&deck, &Deck::positionChanged, this, [&](qint64 position) {
+            if (switched || position < 400)
+                return;
+            switched = true;
+            QThread::msleep(600);
+            status.clear();
+            deck.start(1, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        });
+        deck.start(0, trackOf(shortTone), QUrl::fromLocalFile(shortTone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(switched, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 2, 10000);
+        QCOMPARE(began.at(1).at(0).toInt(), 1);
+        QStringList seen;
+        for (const QList<QVariant>& report : std::as_const(status))
+            seen << QString::number(int(report.at(0).value<QMediaPlayer::MediaStatus>()));
+        QTRY_VERIFY2_WITH_TIMEOUT(deck.position() > 1000, qPrintable(seen.join(u' ')), 10000);
+        QVERIFY(deck.isPlaying());
+        QCOMPARE(deck.airingRow(), 1);
+        for (const QList<QVariant>& report : std::as_const(status))
+            QVERIFY(report.at(0).value<QMediaPlayer::MediaStatus>() != QMediaPlayer::EndOfMedia);
+        qInfo("late ends dropped: %d", deck.droppedReports());
+        QCOMPARE(deck.droppedReports(), 1);
+        deck.stop();
+    }
+
+    void theEndOfTheCurrentSourceIsReportedAfterANewLoad()
+    {
+        Deck deck;
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        QSignalSpy status(&deck, &Deck::mediaStatusChanged);
+        deck.start(1, trackOf(shortTone), QUrl::fromLocalFile(shortTone), false, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(status.contains(QList<QVariant>{QVariant::fromValue(QMediaPlayer::EndOfMedia)}),
+                                 10000);
+        QCOMPARE(began.count(), 2);
+        QCOMPARE(deck.droppedReports(), 0);
+    }
+
+    void aLoadThatNeverFinishesIsGivenUpAndTheDeckPlaysAgain()
+    {
+        // Accepts the connection and never answers: the player stays loading.
+        StreamServer server(QByteArray(1024, 'x'), 16000);
+        server.setSilent(true);
+        QVERIFY(server.start());
+        Deck deck;
+        deck.setLoadLimitMs(400);
+        QSignalSpy timedOut(&deck, &Deck::loadTimedOut);
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        QElapsedTimer clock;
+        clock.start();
+        deck.start(0, trackOf(server.url()), QUrl(server.url()), false, 0);
+        QVERIFY(timedOut.wait(10000));
+        const qint64 after = clock.elapsed();
+        qInfo("load given up after %lld ms (limit 400 ms, coarse timer)", after);
+        QVERIFY2(after >= 360 && after < 3000, qPrintable(QString::number(after)));
+        QCOMPARE(timedOut.first().at(0).toUrl(), QUrl(server.url()));
+        QCOMPARE(began.count(), 0);
+        QVERIFY(!deck.isAiring());
+        QVERIFY(deck.source().isEmpty());
+        // The fresh player plays the next file.
+        deck.start(1, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        QCOMPARE(began.first().at(0).toInt(), 1);
+        QCOMPARE(timedOut.count(), 1);
+        deck.stop();
+    }
+
+    void aLoadThatFinishesInTimeIsNotGivenUp()
+    {
+        Deck deck;
+        deck.setLoadLimitMs(400);
+        QSignalSpy timedOut(&deck, &Deck::loadTimedOut);
+        QSignalSpy began(&deck, &Deck::beganToSound);
+        deck.start(0, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(deck.position() > 800, 10000);
+        QCOMPARE(timedOut.count(), 0);
         deck.stop();
     }
 };

@@ -447,16 +447,6 @@ private slots:
         QCOMPARE(playlist.rowOfId(id), -1);
         QCOMPARE(sequencer.currentRow(), 1); // the number as taken, as before identities
     }
-
-    void anEndReportedJustAfterATakeIsStale()
-    {
-        QVERIFY(isStaleEnd(120, 4000));
-        QVERIFY(!isStaleEnd(staleEndWindowMs, 4000));
-        QVERIFY(!isStaleEnd(4100, 4000));
-        // A jingle shorter than the window ends for real.
-        QVERIFY(!isStaleEnd(300, 800));
-        QVERIFY(!isStaleEnd(120, 0));
-    }
 };
 
 QTEST_MAIN(TestPlayoutSequencer)
