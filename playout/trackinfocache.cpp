@@ -148,10 +148,19 @@ int TrackInfoCache::waitingCount() const
     return m_reader ? m_reader->waitingCount() : 0;
 }
 
-void TrackInfoCache::request(const QStringList& paths, bool urgent) const
+void TrackInfoCache::request(const QStringList& asked, bool urgent) const
 {
+    // A row's data changing while its read is under way would otherwise ask again, and the late second
+    // answer would be kept for a file that has left the list. Urgent asks (a start, changed values) go
+    // through: they want what the store holds now.
+    QStringList paths;
+    for (const QString& path : asked)
+        if (urgent || !m_pending.contains(path))
+            paths << path;
     if (paths.isEmpty())
         return;
+    for (const QString& path : std::as_const(paths))
+        m_pending.insert(path);
     if (!m_thread) {
         // The connection leads where the shared one does; read now, on the thread that owns it.
         m_reader = new TrackInfoReader;
@@ -166,6 +175,7 @@ void TrackInfoCache::request(const QStringList& paths, bool urgent) const
 
 void TrackInfoCache::onInfoRead(const QString& path, const TrackInfo& info)
 {
+    m_pending.remove(path);
     if (!info.known) {
         // Kept as it was (an older answer stays good); asked again while it is still wanted.
         m_unanswered.insert(path);

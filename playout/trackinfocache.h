@@ -75,6 +75,7 @@ private:
     QHash<QString, TrackInfo> m_info;
     mutable QStringList m_spare;             // most recently used last
     mutable QSet<QString> m_unanswered;      // the store could not answer; asked again by the timer
+    mutable QSet<QString> m_pending;         // asked and not answered yet: not asked twice
     mutable StoreThread* m_thread = nullptr; // started by the first request
     mutable TrackInfoReader* m_reader = nullptr;
     QTimer* m_retry = nullptr;
