@@ -4,6 +4,7 @@
 #include "asrunwriter.h"
 #include "audioengine.h"
 #include "libraryconnection.h"
+#include "playlistmodel.h"
 #include "musiclibrary.h"
 #include "playoutlogging.h"
 #include "storethread.h"
@@ -101,12 +102,12 @@ void AsRunRecorder::disable(const QString& reason)
     emit disabled(reason);
 }
 
-void AsRunRecorder::start(int row, const QString& filePath, const QString& artist, const QString& title,
+void AsRunRecorder::start(qint64 rowId, const QString& filePath, const QString& artist, const QString& title,
                           bool isStream, const QDateTime& startedAt, bool relay)
 {
     OpenEntry open;
     open.key = ++m_lastKey;
-    open.row = row;
+    open.rowId = rowId;
     open.entry.startedAt = startedAt.isValid() ? startedAt : QDateTime::currentDateTime();
     open.entry.filePath = filePath;
     open.entry.artist = artist;
@@ -127,16 +128,27 @@ void AsRunRecorder::end(int index, qint64 playedMs, const QString& endedBy)
     send(AsRunWrite{AsRunWrite::Kind::End, open.key, open.entry});
 }
 
+qint64 AsRunRecorder::rowIdOf(int row) const
+{
+    const PlaylistModel* playlist = m_engine ? m_engine->playlist() : nullptr;
+    return playlist ? playlist->rowId(row) : 0;
+}
+
 int AsRunRecorder::findTrackEntry(int row, const QString& filePath) const
 {
-    // The same row and file first; rows move when the playlist is edited, so then the oldest open
-    // row of that file.
-    for (int i = 0; i < m_open.size(); ++i)
-        if (!m_open[i].relay && m_open[i].row == row && m_open[i].entry.filePath == filePath)
+    // The row itself, by its identity, wherever it has moved. A row that has left the list is found
+    // by its file among the open rows that are no longer in it, the oldest first.
+    const qint64 id = rowIdOf(row);
+    for (int i = 0; id > 0 && i < m_open.size(); ++i)
+        if (!m_open[i].relay && m_open[i].rowId == id)
             return i;
-    for (int i = 0; i < m_open.size(); ++i)
-        if (!m_open[i].relay && m_open[i].entry.filePath == filePath)
+    const PlaylistModel* playlist = m_engine ? m_engine->playlist() : nullptr;
+    for (int i = 0; i < m_open.size(); ++i) {
+        const OpenEntry& open = m_open[i];
+        const bool gone = !playlist || open.rowId <= 0 || playlist->rowOfId(open.rowId) < 0;
+        if (!open.relay && gone && open.entry.filePath == filePath)
             return i;
+    }
     return -1;
 }
 
@@ -162,8 +174,8 @@ void AsRunRecorder::onTrackStarted(int row, const Track& track, const QDateTime&
     }
     // A stream may name what it plays before it is heard; that text is its title from the start.
     const bool named = track.isStream && !m_streamTitle.isEmpty() && m_streamTitlePath == track.filePath;
-    start(row, track.filePath, track.artist, named ? m_streamTitle : track.title, track.isStream, when,
-          false);
+    start(rowIdOf(row), track.filePath, track.artist, named ? m_streamTitle : track.title, track.isStream,
+          when, false);
 }
 
 void AsRunRecorder::onTrackEnded(int row, const Track& track, TrackEndReason reason, qint64 playedMs)
@@ -195,7 +207,7 @@ void AsRunRecorder::onRelayStatus(RelayState state, const QString& source)
             m_relayTitle.clear();
         m_relaySource = source;
         if (index < 0)
-            start(-1, source, QString(), m_relayTitle, true, QDateTime::currentDateTime(), true);
+            start(0, source, QString(), m_relayTitle, true, QDateTime::currentDateTime(), true);
         break;
     case RelayState::Lost:
         if (index >= 0)

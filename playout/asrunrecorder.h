@@ -71,7 +71,7 @@ private slots:
 private:
     struct OpenEntry {
         qint64 key = 0;   // the writer's number for the row
-        int row = -1;     // -1 for a relay
+        qint64 rowId = 0; // the playlist row's identity; 0 for a relay or a row outside a list
         AsRunEntry entry; // what the row holds (filePath: file, stream URL or relay URL)
         bool relay = false;
         QElapsedTimer sounding; // for the played time of a relay and of rows ended by finishAll
@@ -79,9 +79,10 @@ private:
 
     void disable(const QString& reason);
     void send(const AsRunWrite& write);
-    void start(int row, const QString& filePath, const QString& artist, const QString& title, bool isStream,
+    void start(qint64 rowId, const QString& filePath, const QString& artist, const QString& title, bool isStream,
                const QDateTime& startedAt, bool relay);
     void end(int index, qint64 playedMs, const QString& endedBy);
+    qint64 rowIdOf(int row) const;
     int findTrackEntry(int row, const QString& filePath) const;
     int findRelayEntry() const;
 

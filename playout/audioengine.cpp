@@ -123,6 +123,11 @@ void AudioEngine::setupDeck(int index)
     connect(deck, &Deck::metaDataChanged, this, [this, index] { onMetaData(index); });
 }
 
+PlaylistModel* AudioEngine::playlist() const
+{
+    return m_playlist;
+}
+
 void AudioEngine::setPlaylist(PlaylistModel* model)
 {
     for (const QMetaObject::Connection& c : std::as_const(m_playlistConnections))

@@ -45,6 +45,7 @@ public:
 
     // Not owned; a new model replaces the old one and its connections.
     void setPlaylist(PlaylistModel* model);
+    PlaylistModel* playlist() const;
     bool isPlaying() const;
     qint64 position() const;
     qint64 duration() const;

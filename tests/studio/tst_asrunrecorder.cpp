@@ -179,6 +179,29 @@ private slots:
         QCOMPARE(playCount(shortC), 1);
     }
 
+    void aRowOnAirIsClosedByItsIdentityAfterRowsMovedAboveIt()
+    {
+        setSetting(QStringLiteral("playback/crossfadeEnabled"), false);
+        studiotest::RecordedPlayout rig({fileTrack(QStringLiteral("Ann"), QStringLiteral("First"), longTone),
+                                         fileTrack(QStringLiteral("Ann"), QStringLiteral("Second"), longTone)});
+        auto& [playlist, engine, recorder] = rig;
+        PLAYOUT_CHECKED(startAndWait(engine, 0));
+        QTRY_COMPARE_WITH_TIMEOUT(recorder.openEntryCount(), 1, 30000);
+        // The same file stands in the next row; the row on air moves down by two.
+        playlist.insertTrack(0, fileTrack(QStringLiteral("Cy"), QStringLiteral("Later"), shortC));
+        playlist.insertTrack(0, fileTrack(QStringLiteral("Cy"), QStringLiteral("Later"), shortC));
+        engine.next();
+        QTRY_COMPARE_WITH_TIMEOUT(allRows().size(), 2, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(allRows().first().endedBy, QStringLiteral("skip"), 30000);
+        QCOMPARE(recorder.openEntryCount(), 1);
+        engine.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(allEnded(2), 30000);
+        const QList<AsRunEntry> rows = allRows();
+        QCOMPARE(rows[0].title, QStringLiteral("First"));
+        QCOMPARE(rows[1].title, QStringLiteral("Second"));
+        QCOMPARE(endings(rows), (QStringList{QStringLiteral("skip"), QStringLiteral("stop")}));
+    }
+
     void stoppingEndsTheRowWithStopAndAnOpenWindowFollows()
     {
         studiotest::RecordedPlayout rig(
