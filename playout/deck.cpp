@@ -91,6 +91,8 @@ void Deck::onLoadTimeout()
     const QAudioDevice device = m_player->device();
     AudioPlayer* wedged = m_player;
     disconnect(wedged, nullptr, this, nullptr);
+    if (m_router)
+        m_router->remove(wedged);
     wedged->setParent(nullptr);
     wedged->setMuted(true);
     connect(wedged, &AudioPlayer::mediaStatusChanged, wedged, [wedged](QMediaPlayer::MediaStatus status) {

@@ -14,6 +14,12 @@ void OutputRouter::add(AudioPlayer* player)
         player->setDevice(m_device);
 }
 
+void OutputRouter::remove(AudioPlayer* player)
+{
+    m_players.removeAll(player);
+    m_players.removeAll(nullptr);
+}
+
 void OutputRouter::setDevice(const QAudioDevice& device)
 {
     m_device = device;

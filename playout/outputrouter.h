@@ -18,6 +18,8 @@ public:
     explicit OutputRouter(QObject* parent = nullptr);
 
     void add(AudioPlayer* player);
+    // The player is no longer routed (a deck set it aside): a wedged player is told nothing more.
+    void remove(AudioPlayer* player);
     void setDevice(const QAudioDevice& device);
     QAudioDevice device() const { return m_device; }
     // Players now routed (for checks).

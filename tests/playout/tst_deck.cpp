@@ -1,4 +1,5 @@
 #include "deck.h"
+#include "outputrouter.h"
 #include "playouttestsupport.h"
 #include "streamserver.h"
 
@@ -223,7 +224,9 @@ private slots:
         StreamServer server(QByteArray(1024, 'x'), 16000);
         server.setSilent(true);
         QVERIFY(server.start());
-        Deck deck;
+        OutputRouter router;
+        Deck deck(nullptr, &router);
+        QCOMPARE(router.playerCount(), 1);
         deck.setLoadLimitMs(400);
         QSignalSpy timedOut(&deck, &Deck::loadTimedOut);
         QSignalSpy began(&deck, &Deck::beganToSound);
@@ -238,6 +241,8 @@ private slots:
         QCOMPARE(began.count(), 0);
         QVERIFY(!deck.isAiring());
         QVERIFY(deck.source().isEmpty());
+        // The set-aside player left the router; the fresh one took its place.
+        QCOMPARE(router.playerCount(), 1);
         // The fresh player plays the next file.
         deck.start(1, trackOf(tone), QUrl::fromLocalFile(tone), false, 0);
         QTRY_COMPARE_WITH_TIMEOUT(began.count(), 1, 10000);

@@ -76,6 +76,13 @@ private slots:
         AudioPlayer later(AudioPlayer::Metering::Off);
         router.add(&later);
         QCOMPARE(later.device().description(), QStringLiteral("NullOut"));
+
+        // A player taken out is not moved any more.
+        router.remove(&voiceover);
+        QCOMPARE(router.playerCount(), 2);
+        router.setDevice(second);
+        QCOMPARE(voiceover.device().description(), QStringLiteral("NullOut"));
+        QCOMPARE(deck.device().description(), QStringLiteral("RouterOut"));
     }
 
     void theVolumeStopsAtFullScale()
