@@ -48,7 +48,13 @@ void TrackInfoCache::watch(PlaylistModel* model)
                        [this](const QModelIndex&, int first, int last) { addRows(first, last); })
             << connect(
                    model, &QAbstractItemModel::dataChanged, this,
-                   [this](const QModelIndex& from, const QModelIndex& to) { addRows(from.row(), to.row()); })
+                   [this](const QModelIndex& from, const QModelIndex& to) {
+                       // Every insert recomputes the start times of all rows; no file changed there.
+                       if (from.column() == PlaylistModel::StartTimeColumn &&
+                           to.column() == PlaylistModel::StartTimeColumn)
+                           return;
+                       addRows(from.row(), to.row());
+                   })
             << connect(model, &QAbstractItemModel::modelReset, this, &TrackInfoCache::rereadWatchedPaths)
             << connect(model, &QAbstractItemModel::rowsRemoved, this, &TrackInfoCache::scheduleRereading)
             << connect(model, &QObject::destroyed, this, [this] {
