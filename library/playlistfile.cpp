@@ -76,6 +76,66 @@ bool isOtherUrl(const QString& entry)
 
 } // namespace
 
+QString PlaylistFile::timePrefix()
+{
+    return QStringLiteral("#ONDARO-TIME:");
+}
+
+QString PlaylistFile::timingText(const TimedStart& timed)
+{
+    if (!timed.isTimed())
+        return QString();
+    const QString mode = timed.isHard() ? QStringLiteral("hard") : QStringLiteral("soft");
+    const QString when = timed.timeOfDay ? timed.at.time().toString(QStringLiteral("HH:mm:ss"))
+                                         : timed.at.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+    return mode + QLatin1Char(' ') + when;
+}
+
+bool PlaylistFile::parseTiming(const QString& text, const QDateTime& loadedAt, TimedStart& timed,
+                               QString* error)
+{
+    const auto fail = [error](const QString& why) {
+        if (error)
+            *error = why;
+        return false;
+    };
+    const QStringList words = text.simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    if (words.size() != 2)
+        return fail(QStringLiteral("expected \"hard\" or \"soft\" and a time"));
+    TimedStart result;
+    const QString mode = words.at(0).toLower();
+    if (mode == QLatin1String("hard"))
+        result.mode = TimedStart::Mode::Hard;
+    else if (mode == QLatin1String("soft"))
+        result.mode = TimedStart::Mode::Soft;
+    else
+        return fail(QStringLiteral("\"%1\" is neither \"hard\" nor \"soft\"").arg(words.at(0)));
+
+    const QString when = words.at(1);
+    if (when.contains(QLatin1Char('T'))) {
+        // Local time: a zone or an offset would name another clock than the station's.
+        result.at = QDateTime::fromString(when, QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+    } else {
+        const QTime time = QTime::fromString(when, QStringLiteral("HH:mm:ss"));
+        if (time.isValid()) {
+            const QDateTime from = loadedAt.isValid() ? loadedAt : QDateTime::currentDateTime();
+            // The next such time: today's when it is still to come, else tomorrow's (or the day
+            // after, should a clock change skip the hour on the way).
+            for (int day = 0; day < 3 && !result.at.isValid(); ++day) {
+                const QDateTime candidate(from.date().addDays(day), time);
+                if (candidate.isValid() && candidate.time() == time && candidate >= from)
+                    result.at = candidate;
+            }
+            result.timeOfDay = true;
+        }
+    }
+    if (!result.at.isValid())
+        return fail(QStringLiteral("\"%1\" is not a local date and time (2026-11-23T12:00:00) "
+                                   "or a time of day (12:00:00)").arg(when));
+    timed = result;
+    return true;
+}
+
 QString PlaylistFile::commandPrefix()
 {
     return QStringLiteral("#ONDARO-COMMAND:");
@@ -102,7 +162,8 @@ PlaylistFile::ReadResult PlaylistFile::read(const QString& path)
     return result;
 }
 
-PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QString& baseFolder)
+PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QString& baseFolder,
+                                             const QDateTime& loadedAt)
 {
     ReadResult result;
     QString text;
@@ -116,6 +177,13 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
     int infoLine = 0;
     qint64 infoMs = 0;
     QString infoTitle;
+    // A time line applies to the next entry; command rows between leave it waiting for that entry.
+    TimedStart timing;
+    int timingLine = 0;
+    const auto timingProblem = [&result](int line, const QString& why) {
+        result.timingProblems.append(QStringLiteral("Line %1: %2").arg(line).arg(why));
+        qCWarning(lcLibrary) << "playlist: line" << line << "untimed:" << why;
+    };
     for (int i = 0; i < lines.size(); ++i) {
         const QString line = lines.at(i).trimmed();
         if (line.isEmpty())
@@ -150,6 +218,19 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
             result.tracks.append(commandTrack(word.toLower()));
             continue;
         }
+        if (line.startsWith(timePrefix(), Qt::CaseInsensitive)) {
+            if (timingLine > 0)
+                timingProblem(timingLine, QStringLiteral("a second time line follows before its entry; "
+                                                         "that one holds"));
+            QString why;
+            timing = TimedStart();
+            timingLine = 0;
+            if (parseTiming(line.mid(timePrefix().size()), loadedAt, timing, &why))
+                timingLine = i + 1;
+            else
+                timingProblem(i + 1, why);
+            continue;
+        }
         if (line.startsWith(QLatin1Char('#')))
             continue; // "#EXTM3U" and the comments of other players
 
@@ -161,6 +242,10 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
         } else if (isOtherUrl(line)) {
             result.skipped.append(line);
             haveInfo = false;
+            if (timingLine > 0)
+                timingProblem(timingLine, QStringLiteral("its entry cannot be played, so nothing is timed"));
+            timing = TimedStart();
+            timingLine = 0;
             continue;
         } else {
             track.filePath = resolvePath(line, baseFolder);
@@ -173,9 +258,14 @@ PlaylistFile::ReadResult PlaylistFile::parse(const QByteArray& content, const QS
             if (!QFileInfo::exists(track.filePath))
                 result.missingFiles.append(track.filePath);
         }
+        track.timed = timing;
+        timing = TimedStart();
+        timingLine = 0;
         result.tracks.append(track);
         haveInfo = false;
     }
+    if (timingLine > 0)
+        timingProblem(timingLine, QStringLiteral("no entry follows it"));
     if (haveInfo) {
         result.error = QStringLiteral("Line %1: #EXTINF without an entry after it.").arg(infoLine);
         return result;
@@ -194,6 +284,8 @@ QByteArray PlaylistFile::toM3u(const QList<Track>& tracks)
             continue;
         }
         // -1 is M3U's "unknown or endless", as for a live stream.
+        if (track.timed.isTimed())
+            text += timePrefix() + timingText(track.timed) + QLatin1Char('\n');
         const qint64 seconds = !track.isStream && track.durationMs > 0 ? (track.durationMs + 500) / 1000 : -1;
         text += extinfPrefix + QString::number(seconds) + QLatin1Char(',') + entryTitle(track) + QLatin1Char('\n');
         text += track.filePath + QLatin1Char('\n');

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "timedstart.h"
+
 #include <QDateTime>
 #include <QMetaType>
 #include <QString>
@@ -30,6 +32,7 @@ struct Track {
     QDateTime lastPlayed;
     QDateTime dateAdded;
     qint64 streamLimitMs = 0; // how long a stream plays, 0 = no limit
+    TimedStart timed;         // a playlist row's fixed start time, never stored
 };
 
 // Every member is relocatable, so lists of Tracks grow by moving memory rather than element by element.
