@@ -11,9 +11,9 @@
 #include "databaseurl.h"
 #include "directquery.h"
 #include "libraryconnection.h"
-#include "librarysql.h"
 #include "musiclibrary.h"
 #include "pgschema.h"
+#include "sqldialect.h"
 #include "track.h"
 
 #include <QCoreApplication>
@@ -222,20 +222,17 @@ struct Statements {
     {
         QStringList terms;
         MusicLibrary::appendFtsTerms(terms, QString(), text);
-        return server ? PgSchema::searchArgument(terms, nullptr) : terms.join(QLatin1Char(' '));
+        const SqlDialect dialect(server ? SqlDialect::Engine::Server : SqlDialect::Engine::Embedded);
+        return dialect.fullTextArgument(terms, nullptr);
     }
 };
 
 Statements statementsFor(bool server)
 {
-    if (!server)
-        return {librarysql::plainListing, librarysql::ftsListing, librarysql::likeSearch, false};
-    QString like = librarysql::likeSearch;
-    like.replace(QStringLiteral("SELECT * FROM"),
-                 QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
-    like.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
-    like.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
-    return {librarysql::serverPlainListing, librarysql::serverFtsListing, like, true};
+    const SqlDialect dialect(server ? SqlDialect::Engine::Server : SqlDialect::Engine::Embedded);
+    return {dialect.statement(SqlDialect::Statement::PlainListing),
+            dialect.statement(SqlDialect::Statement::FullTextListing),
+            dialect.statement(SqlDialect::Statement::LikeSearch), server};
 }
 
 ImportFigures benchImport(const QString& root, int fileCount)

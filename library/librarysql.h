@@ -32,7 +32,7 @@ inline const QString likeQueryText =
     QStringLiteral("(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE ? OR "
                    "filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
 
-// The same listings on a PostgreSQL server. The columns are named, so that the search column (a
+// Pieces of the same listings on a PostgreSQL server (SqlDialect builds them). The columns are named, so that the search column (a
 // tsvector) is not sent along. lower() of a "C"-collated text folds ASCII letters only and compares
 // code points, exactly as SQLite's NOCASE does; SQLite puts NULL first; ties keep insertion order.
 inline const QString serverColumns = QStringLiteral(
@@ -41,15 +41,5 @@ inline const QString serverColumns = QStringLiteral(
 
 inline const QString serverOrderByArtistTitle = QStringLiteral(
     " ORDER BY lower(artist COLLATE \"C\") NULLS FIRST, lower(title COLLATE \"C\") NULLS FIRST, id");
-
-inline const QString serverPlainListing = QStringLiteral("SELECT ") + serverColumns +
-                                          QStringLiteral(" FROM tracks WHERE library=?") +
-                                          serverOrderByArtistTitle;
-
-// Bind the library, then PgSchema::searchArgument() of the terms.
-inline const QString serverFtsListing =
-    QStringLiteral("SELECT ") + serverColumns +
-    QStringLiteral(" FROM tracks WHERE library=? AND search_words @@ ondaro_search_query(?)") +
-    serverOrderByArtistTitle;
 
 } // namespace librarysql

@@ -1,16 +1,15 @@
 #include "musiclibrary.h"
 
-#include "asrunlog.h"
 #include "directquery.h"
 #include "jsonnumber.h"
 #include "libraryconnection.h"
 #include "librarylogging.h"
 #include "librarysql.h"
-#include "pgschema.h"
+#include "sqldialect.h"
+#include "storelocation.h"
 #include "storequery.h"
+#include "storeschema.h"
 #include "storetransaction.h"
-#include "trackanalysis.h"
-#include "trackparams.h"
 #include "trackrowreader.h"
 #include "tracktext.h"
 
@@ -32,29 +31,8 @@ namespace {
 // An empty text; StoreQuery binds it (and a null one) as ''.
 const QString kEmptyText = QStringLiteral("");
 
-const QString kInsertTrack = QStringLiteral(
-    "INSERT INTO tracks(library,filepath,filename,artist,title,album,genre,comment,year,duration_ms,"
-    "duration_str,category,is_stream,stream_limit_ms,date_added) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
 
-const QString kFtsColumns = QStringLiteral("artist,title,album,genre,comment,filename,year,duration_str");
-const QString kFtsNew = QStringLiteral(
-    "new.artist,new.title,new.album,new.genre,new.comment,new.filename,new.year,new.duration_str");
-const QString kFtsOld = QStringLiteral(
-    "old.artist,old.title,old.album,old.genre,old.comment,old.filename,old.year,old.duration_str");
-
-// Rows per INSERT statement on a server (15 values each).
-constexpr qsizetype kRowsPerServerInsert = 50;
-
-bool g_ftsAvailable = false;
 bool g_ftsDisabledForTesting = false;
-
-// One statement of the schema set-up; a failure is logged and the set-up goes on, as each step is
-// idempotent and the next start tries again.
-bool exec(const QString& sql)
-{
-    StoreQuery q("Setting up the library database");
-    return q.exec(sql);
-}
 
 // The values as StoreQuery binds them, for the direct reads.
 QVariantList bindable(QVariantList values)
@@ -62,23 +40,6 @@ QVariantList bindable(QVariantList values)
     for (QVariant& v : values)
         v = StoreQuery::bindable(v);
     return values;
-}
-
-bool onServer()
-{
-    return LibraryConnection::isServer();
-}
-
-// The column names of `tracks`, as "PRAGMA table_info" lists them.
-QStringList trackColumns()
-{
-    QStringList names;
-    StoreQuery q("Reading the columns of the tracks");
-    if (!q.exec(QStringLiteral("PRAGMA table_info(tracks)")))
-        return names;
-    while (q.next())
-        names << q.value(1).toString();
-    return names;
 }
 
 qint64 firstValue(const QString& sql, const QVariantList& values)
@@ -167,128 +128,22 @@ QSqlDatabase MusicLibrary::database()
 
 QString MusicLibrary::databaseFolder(const QString& configLocation)
 {
-    if (!configLocation.isEmpty())
-        return configLocation;
-    return QDir::homePath() + QStringLiteral("/.ondaro");
+    return StoreLocation::databaseFolder(configLocation);
 }
 
 QString MusicLibrary::embeddedDatabaseFile()
 {
-    const QString folder =
-        databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
-    QDir().mkpath(folder);
-    return folder + QStringLiteral("/library.db");
-}
-
-// The column and its values in one transaction: a migration that fails part-way leaves the column
-// missing, so that the next start runs it again, instead of a column of empty names.
-static bool addFilenameColumn()
-{
-    StoreQuery rows("Adding file names to the tracks");
-    StoreQuery update("Adding file names to the tracks");
-    StoreTransaction migration("Adding file names to the tracks");
-    if (!exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''")) ||
-        !rows.exec(QStringLiteral("SELECT id, filepath FROM tracks")) ||
-        !update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?")))
-        return false;
-    while (rows.next()) {
-        update.bind(QFileInfo(rows.value(1).toString()).fileName());
-        update.bind(rows.value(0));
-        if (!update.exec())
-            return false;
-    }
-    return migration.commit();
+    return StoreLocation::embeddedDatabaseFile();
 }
 
 void MusicLibrary::ensureSchema()
 {
-    QSqlDatabase db = database();
-    if (onServer()) {
-        g_ftsAvailable = PgSchema::ensure(db);
-        return;
-    }
-    exec(QStringLiteral("PRAGMA journal_mode=WAL"));
-    exec(QStringLiteral("CREATE TABLE IF NOT EXISTS libraries(name TEXT PRIMARY KEY)"));
-    exec(QStringLiteral(
-        "CREATE TABLE IF NOT EXISTS tracks( id INTEGER PRIMARY KEY AUTOINCREMENT, library TEXT NOT NULL, "
-        "filepath TEXT, filename TEXT DEFAULT '', artist TEXT, title TEXT, album TEXT, genre TEXT, comment "
-        "TEXT, year INTEGER DEFAULT 0, duration_ms INTEGER DEFAULT 0, duration_str TEXT DEFAULT '', "
-        "play_count INTEGER DEFAULT 0, last_played TEXT DEFAULT '', date_added TEXT DEFAULT '', category "
-        "TEXT DEFAULT 'Foreign', is_stream INTEGER DEFAULT 0, stream_limit_ms INTEGER DEFAULT 0)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_lib ON tracks(library)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_artist ON tracks(library, artist)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_title ON tracks(library, title)"));
-
-    // Column migrations go by the columns actually present, never by the version number.
-    const QStringList columns = trackColumns();
-    const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
-    const bool hadFilename = columns.contains(QStringLiteral("filename"));
-    // Each column step runs in one transaction: one that fails part-way is rolled back and, its
-    // column still missing, runs again at the next start. The rest of the set-up (the index and the
-    // version) then waits for that start too, so that the index is rebuilt over complete columns.
-    bool migrated = true;
-    if (!hadDurationStr) {
-        StoreTransaction migration("Adding display lengths to the tracks");
-        // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        migrated =
-            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
-            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                                "(duration_ms/1000)%60)")) &&
-            migration.commit();
-    }
-    // A second probe: the three play columns count as one step, decided by play_count alone.
-    if (!trackColumns().contains(QStringLiteral("play_count"))) {
-        StoreQuery dating("Dating the existing tracks");
-        StoreTransaction migration("Adding play counts to the tracks");
-        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
-                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
-                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
-                   dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
-                              {QDateTime::currentDateTime().toString(Qt::ISODate)}) &&
-                   migration.commit() && migrated;
-    }
-    if (!hadFilename)
-        migrated = addFilenameColumn() && migrated;
-    if (!migrated) {
-        qCWarning(lcLibrary) << "The library database was not brought up to date; the next start tries again";
-        return;
-    }
-
-    const int version = static_cast<int>(firstValue(QStringLiteral("PRAGMA user_version"), {}));
-    if (version <= 2) {
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ai"));
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ad"));
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_au"));
-        exec(QStringLiteral("DROP TABLE IF EXISTS tracks_fts"));
-    }
-
-    StoreQuery fts("Creating the full-text index");
-    g_ftsAvailable = fts.exec(QStringLiteral(
-        "CREATE VIRTUAL TABLE IF NOT EXISTS tracks_fts USING fts5( artist, title, album, genre, comment, "
-        "filename, year, duration_str, content='tracks', content_rowid='id')"));
-    if (g_ftsAvailable) {
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(rowid,%1) VALUES(new.id,%2); END")
-                 .arg(kFtsColumns, kFtsNew));
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ad AFTER DELETE ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); END")
-                 .arg(kFtsColumns, kFtsOld));
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_au AFTER UPDATE ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); INSERT INTO "
-                            "tracks_fts(rowid,%1) VALUES(new.id,%3); END")
-                 .arg(kFtsColumns, kFtsOld, kFtsNew));
-        if (version > 2)
-            return;
-        exec(QStringLiteral("INSERT INTO tracks_fts(tracks_fts) VALUES('rebuild')"));
-    } else if (version > 2) {
-        return;
-    }
-    exec(QStringLiteral("PRAGMA user_version=%1").arg(3));
+    StoreSchema::applyTrackTables();
 }
 
 bool MusicLibrary::ftsAvailable()
 {
-    return g_ftsAvailable && !g_ftsDisabledForTesting;
+    return StoreSchema::fullTextReady() && !g_ftsDisabledForTesting;
 }
 
 void MusicLibrary::setFullTextSearchDisabledForTesting(bool disabled)
@@ -298,6 +153,12 @@ void MusicLibrary::setFullTextSearchDisabledForTesting(bool disabled)
 
 bool MusicLibrary::initialize()
 {
+    // A server that is not there yet is set up, legacy import included, when a reconnect reaches it.
+    static const bool stepGiven = [] {
+        LibraryConnection::setSchemaStep([] { initialize(); });
+        return true;
+    }();
+    Q_UNUSED(stepGiven);
     if (!setUpTables())
         return false;
     importLegacyLibraries();
@@ -306,21 +167,8 @@ bool MusicLibrary::initialize()
 
 bool MusicLibrary::setUpTables()
 {
-    QSqlDatabase db = database();
-    if (!db.isOpen())
+    if (!StoreSchema::apply())
         return false;
-    // On a server several machines may start at once; one sets the schema up at a time.
-    const bool server = onServer();
-    if (server)
-        PgSchema::lock(db);
-    ensureSchema();
-    TrackParams::ensureTable();
-    TrackAnalysis::ensureTable();
-    AsRunLog::ensureTable();
-    if (server) {
-        PgSchema::finish(db, g_ftsAvailable);
-        PgSchema::unlock(db);
-    }
     LibraryConnection::setSchemaReady(true);
     return true;
 }
@@ -359,9 +207,7 @@ bool MusicLibrary::createLibrary(const QString& name)
     if (trimmed.isEmpty())
         return false;
     StoreQuery q("Creating a library");
-    return q.run(onServer() ? QStringLiteral("INSERT INTO libraries(name) VALUES(?) ON CONFLICT DO NOTHING")
-                            : QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"),
-                 {trimmed});
+    return q.run(SqlDialect::current().statement(SqlDialect::Statement::InsertLibrary), {trimmed});
 }
 
 bool MusicLibrary::deleteLibrary(const QString& name)
@@ -376,10 +222,7 @@ QStringList MusicLibrary::libraries()
 {
     QStringList names;
     StoreQuery q("Listing the libraries");
-    const QString sql =
-        onServer() ? QStringLiteral("SELECT name FROM libraries ORDER BY lower(name COLLATE \"C\"), name")
-                   : QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE");
-    if (!q.exec(sql))
+    if (!q.exec(SqlDialect::current().statement(SqlDialect::Statement::ListLibraries)))
         return names;
     while (q.next())
         names << q.value(0).toString();
@@ -490,21 +333,20 @@ qint64 MusicLibrary::totalDurationMs() const
                       {name});
 }
 
-bool MusicLibrary::insertRow(StoreQuery& insert, const Track& t) const
+bool MusicLibrary::insertRows(StoreQuery& insert, const QList<Track>& rows) const
 {
-    bindRow(insert, t);
-    return insert.exec();
-}
-
-bool MusicLibrary::insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const
-{
-    // A server answers each statement over the network: the rows of a batch go in one statement.
-    static const QString values = QStringLiteral(",(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
-    const QString firstRow = kInsertTrack;
-    for (qsizetype first = 0; first < rows.size(); first += kRowsPerServerInsert) {
-        const qsizetype count = qMin<qsizetype>(kRowsPerServerInsert, rows.size() - first);
-        if (!insert.prepare(firstRow + values.repeated(count - 1)))
-            return false;
+    // As many rows per statement as the engine takes at once; a statement is prepared again only when
+    // its row count changes (the last, shorter part of a batch).
+    const SqlDialect dialect = SqlDialect::current();
+    const qsizetype perStatement = dialect.rowsPerTrackInsert();
+    qsizetype prepared = 0;
+    for (qsizetype first = 0; first < rows.size(); first += perStatement) {
+        const qsizetype count = qMin<qsizetype>(perStatement, rows.size() - first);
+        if (count != prepared) {
+            if (!insert.prepare(dialect.insertTracks(int(count))))
+                return false;
+            prepared = count;
+        }
         for (qsizetype i = first; i < first + count; ++i)
             bindRow(insert, rows.at(i));
         if (!insert.exec())
@@ -540,8 +382,7 @@ void MusicLibrary::addTrack(const Track& t)
         return;
     }
     StoreQuery insert("Adding a track");
-    if (insert.prepare(kInsertTrack))
-        insertRow(insert, t);
+    insertRows(insert, {t});
 }
 
 int MusicLibrary::addFiles(const QStringList& paths)
@@ -567,19 +408,8 @@ int MusicLibrary::addFiles(const QStringList& paths)
     StoreTransaction batch("Adding files");
     if (!batch.isActive())
         return 0;
-    if (onServer()) {
-        // A server takes the batch's rows at once.
-        if (!insertRowsOnServer(insert, found))
-            return 0;
-    } else {
-        // One prepared statement serves the whole batch.
-        if (!insert.prepare(kInsertTrack))
-            return 0;
-        for (const Track& track : found) {
-            if (!insertRow(insert, track))
-                return 0;
-        }
-    }
+    if (!insertRows(insert, found))
+        return 0;
     return batch.commit() ? int(found.size()) : 0;
 }
 
@@ -685,9 +515,7 @@ QStringList MusicLibrary::filesWithoutDuration() const
     QStringList paths;
     // Same condition and order as the plain listing, so rows that tie on artist and title come in
     // the order the table shows them; the filter runs here rather than in SQL for that reason.
-    const QString sql =
-        QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
-        (onServer() ? librarysql::serverOrderByArtistTitle : librarysql::orderByArtistTitle);
+    const QString sql = SqlDialect::current().statement(SqlDialect::Statement::FilesWithoutDuration);
     const QVariantList values{name};
     auto keep = [&paths](const QString& path, int isStream, qint64 durationMs) {
         if (lacksDuration(path, isStream != 0, durationMs))
@@ -731,17 +559,24 @@ void MusicLibrary::appendFtsTerms(QStringList& terms, const QString& column, con
 void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& values,
                                        const QString& expression, const QString& value)
 {
+    appendContainsCondition(SqlDialect(SqlDialect::Engine::Embedded), conditions, values, expression, value);
+}
+
+void MusicLibrary::appendContainsCondition(const SqlDialect& dialect, QStringList& conditions,
+                                           QVariantList& values, const QString& expression,
+                                           const QString& value)
+{
     if (value.isEmpty())
         return;
-    conditions << expression + QStringLiteral(" LIKE ?");
+    conditions << dialect.containsCondition(expression);
     values << QString(QLatin1Char('%') + value + QLatin1Char('%'));
 }
 
-QList<Track> MusicLibrary::runListing(const QString& embeddedSql, const QVariantList& values) const
+QList<Track> MusicLibrary::runListing(const QString& sql, const QVariantList& values) const
 {
     QList<Track> result;
-    // A server has no NOCASE collation and a case-sensitive LIKE: its forms say the same in its words.
-    const QString sql = onServer() ? serverForm(embeddedSql) : embeddedSql;
+    if (sql.isEmpty())
+        return result; // no form for this engine (logged by SqlDialect)
     // Column names are resolved once per result set; 100,000 rows must list in well under a second.
     DirectQuery direct(database());
     if (direct.isUsable()) {
@@ -764,30 +599,20 @@ QList<Track> MusicLibrary::runListing(const QString& embeddedSql, const QVariant
 
 QList<Track> MusicLibrary::plainListing() const
 {
-    return runListing(librarysql::plainListing, {name});
+    return runListing(SqlDialect::current().statement(SqlDialect::Statement::PlainListing), {name});
 }
 
 QList<Track> MusicLibrary::fullTextListing(const QStringList& terms) const
 {
-    if (!onServer())
-        return runListing(librarysql::ftsListing, {name, terms.join(QLatin1Char(' '))});
+    const SqlDialect dialect = SqlDialect::current();
     bool ok = false;
-    const QString argument = PgSchema::searchArgument(terms, &ok);
+    const QString argument = dialect.fullTextArgument(terms, &ok);
     if (!ok) {
         // The embedded index fails on such a term and the search finds nothing; so here too.
         qCInfo(lcLibrary).noquote() << "Search terms not understood:" << terms.join(QLatin1Char(' '));
         return {};
     }
-    return runListing(librarysql::serverFtsListing, {name, argument});
-}
-
-QString MusicLibrary::serverForm(QString sql)
-{
-    sql.replace(QStringLiteral("SELECT * FROM"),
-                QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
-    sql.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
-    sql.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
-    return sql;
+    return runListing(dialect.statement(SqlDialect::Statement::FullTextListing), {name, argument});
 }
 
 QList<Track> MusicLibrary::filterInMemory(const Query& q) const
@@ -822,7 +647,8 @@ QList<Track> MusicLibrary::search(const QString& text) const
         return plainListing();
     if (!ftsAvailable()) {
         const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(librarysql::likeSearch, {name, like, like, like, like, like, like, like, like});
+        return runListing(SqlDialect::current().statement(SqlDialect::Statement::LikeSearch),
+                          {name, like, like, like, like, like, like, like, like});
     }
     QStringList terms;
     appendFtsTerms(terms, QString(), t);
@@ -852,24 +678,25 @@ QList<Track> MusicLibrary::query(const Query& q) const
             return search(QString());
         return fullTextListing(terms);
     }
+    const SqlDialect dialect = SqlDialect::current();
     QStringList conditions;
     QVariantList values;
     if (!q.text.isEmpty()) {
-        conditions << librarysql::likeQueryText;
+        conditions << dialect.statement(SqlDialect::Statement::LikeQueryText);
         const QString like = QLatin1Char('%') + q.text + QLatin1Char('%');
         for (int i = 0; i < 8; ++i)
             values << like;
     }
-    appendLikeCondition(conditions, values, QStringLiteral("artist"), q.artist);
-    appendLikeCondition(conditions, values, QStringLiteral("title"), q.title);
-    appendLikeCondition(conditions, values, QStringLiteral("album"), q.album);
-    appendLikeCondition(conditions, values, QStringLiteral("genre"), q.genre);
-    appendLikeCondition(conditions, values, QStringLiteral("comment"), q.comment);
-    appendLikeCondition(conditions, values, QStringLiteral("filename"), q.filename);
-    appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
-    appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("artist"), q.artist);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("title"), q.title);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("album"), q.album);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("genre"), q.genre);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("comment"), q.comment);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("filename"), q.filename);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
+    appendContainsCondition(dialect, conditions, values, QStringLiteral("duration_str"), q.duration);
     values.prepend(name);
-    return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") +
-                          conditions.join(QStringLiteral(" AND ")) + librarysql::orderByArtistTitle,
+    return runListing(dialect.selectTracks() + QStringLiteral(" WHERE library=? AND ") +
+                          conditions.join(QStringLiteral(" AND ")) + dialect.orderByArtistTitle(),
                       values);
 }

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVariantList>
 
+class SqlDialect;
 class StoreQuery;
 
 // The store. One object stands for one open library: a named set of rows in the shared database
@@ -94,6 +95,7 @@ public:
     QList<Track> search(const QString& text) const;
     QList<Track> query(const Query& q) const;
     static void appendFtsTerms(QStringList& terms, const QString& column, const QString& text);
+    // Adds "<expression> LIKE ?" (the embedded database's words) and "%value%" for a non-empty value.
     static void appendLikeCondition(QStringList& conditions, QVariantList& values, const QString& expression,
                                     const QString& value);
 
@@ -106,12 +108,11 @@ private:
     QList<Track> plainListing() const;
     // The full-text form for the terms of appendFtsTerms (not empty).
     QList<Track> fullTextListing(const QStringList& terms) const;
-    // An embedded listing statement in the words of a PostgreSQL server.
-    static QString serverForm(QString sql);
+    static void appendContainsCondition(const SqlDialect& dialect, QStringList& conditions,
+                                        QVariantList& values, const QString& expression, const QString& value);
     QList<Track> runListing(const QString& sql, const QVariantList& values) const;
-    // Each false when a statement failed (logged).
-    bool insertRow(StoreQuery& insert, const Track& t) const;
-    bool insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const;
+    // False when a statement failed (logged).
+    bool insertRows(StoreQuery& insert, const QList<Track>& rows) const;
     // Binds the 15 values of a new row, in the order of the insert statement.
     void bindRow(StoreQuery& insert, const Track& t) const;
 };
