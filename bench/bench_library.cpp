@@ -364,24 +364,24 @@ SearchFigures benchSearch(int trackCount, const Statements& sql)
     };
 
     const QString word = titles.at(17); // in one title of a hundred
-    report("plain listing", QString(), plainSql, {lib.name}, sql.server ? 1000 : 500, &figures.plain);
+    report("plain listing", QString(), plainSql, {lib.name()}, sql.server ? 1000 : 500, &figures.plain);
     // The MATCH texts come from the store's own term builder, as in search().
-    figures.ftsRows = report("FTS prefix ~1%", word, ftsSql, {lib.name, sql.match(word)},
+    figures.ftsRows = report("FTS prefix ~1%", word, ftsSql, {lib.name(), sql.match(word)},
                              sql.server ? 30 : 15, &figures.fts);
     report("FTS no match", QStringLiteral("Qwertyuiop"), ftsSql,
-           {lib.name, sql.match(QStringLiteral("Qwertyuiop"))}, 0, &figures.noMatch);
+           {lib.name(), sql.match(QStringLiteral("Qwertyuiop"))}, 0, &figures.noMatch);
     MusicLibrary::setFullTextSearchDisabledForTesting(true);
     const QString like = QLatin1Char('%') + word + QLatin1Char('%');
     if (sql.server) {
         // The server always searches its index; its LIKE form is timed through the statement alone.
         const Timing t = median(runs, [&] {
-            stepRows(likeSql, {lib.name, like, like, like, like, like, like, like, like});
+            stepRows(likeSql, {lib.name(), like, like, like, like, like, like, like, like});
         });
         std::printf("%-16s: statement %7.1f ms (the store never runs it while the index exists)\n",
                     "ILIKE same word", t.wallMs);
         figures.like = t;
     } else {
-        report("LIKE same word", word, likeSql, {lib.name, like, like, like, like, like, like, like, like}, 0,
+        report("LIKE same word", word, likeSql, {lib.name(), like, like, like, like, like, like, like, like}, 0,
                &figures.like);
     }
     MusicLibrary::setFullTextSearchDisabledForTesting(false);
