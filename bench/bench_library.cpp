@@ -11,9 +11,9 @@
 #include "databaseurl.h"
 #include "directquery.h"
 #include "libraryconnection.h"
-#include "librarysql.h"
 #include "musiclibrary.h"
 #include "pgschema.h"
+#include "sqldialect.h"
 #include "track.h"
 
 #include <QCoreApplication>
@@ -222,20 +222,17 @@ struct Statements {
     {
         QStringList terms;
         MusicLibrary::appendFtsTerms(terms, QString(), text);
-        return server ? PgSchema::searchArgument(terms, nullptr) : terms.join(QLatin1Char(' '));
+        const SqlDialect dialect(server ? SqlDialect::Engine::Server : SqlDialect::Engine::Embedded);
+        return dialect.fullTextArgument(terms, nullptr);
     }
 };
 
 Statements statementsFor(bool server)
 {
-    if (!server)
-        return {librarysql::plainListing, librarysql::ftsListing, librarysql::likeSearch, false};
-    QString like = librarysql::likeSearch;
-    like.replace(QStringLiteral("SELECT * FROM"),
-                 QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
-    like.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
-    like.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
-    return {librarysql::serverPlainListing, librarysql::serverFtsListing, like, true};
+    const SqlDialect dialect(server ? SqlDialect::Engine::Server : SqlDialect::Engine::Embedded);
+    return {dialect.statement(SqlDialect::Statement::PlainListing),
+            dialect.statement(SqlDialect::Statement::FullTextListing),
+            dialect.statement(SqlDialect::Statement::LikeSearch), server};
 }
 
 ImportFigures benchImport(const QString& root, int fileCount)
@@ -367,24 +364,24 @@ SearchFigures benchSearch(int trackCount, const Statements& sql)
     };
 
     const QString word = titles.at(17); // in one title of a hundred
-    report("plain listing", QString(), plainSql, {lib.name}, sql.server ? 1000 : 500, &figures.plain);
+    report("plain listing", QString(), plainSql, {lib.name()}, sql.server ? 1000 : 500, &figures.plain);
     // The MATCH texts come from the store's own term builder, as in search().
-    figures.ftsRows = report("FTS prefix ~1%", word, ftsSql, {lib.name, sql.match(word)},
+    figures.ftsRows = report("FTS prefix ~1%", word, ftsSql, {lib.name(), sql.match(word)},
                              sql.server ? 30 : 15, &figures.fts);
     report("FTS no match", QStringLiteral("Qwertyuiop"), ftsSql,
-           {lib.name, sql.match(QStringLiteral("Qwertyuiop"))}, 0, &figures.noMatch);
+           {lib.name(), sql.match(QStringLiteral("Qwertyuiop"))}, 0, &figures.noMatch);
     MusicLibrary::setFullTextSearchDisabledForTesting(true);
     const QString like = QLatin1Char('%') + word + QLatin1Char('%');
     if (sql.server) {
         // The server always searches its index; its LIKE form is timed through the statement alone.
         const Timing t = median(runs, [&] {
-            stepRows(likeSql, {lib.name, like, like, like, like, like, like, like, like});
+            stepRows(likeSql, {lib.name(), like, like, like, like, like, like, like, like});
         });
         std::printf("%-16s: statement %7.1f ms (the store never runs it while the index exists)\n",
                     "ILIKE same word", t.wallMs);
         figures.like = t;
     } else {
-        report("LIKE same word", word, likeSql, {lib.name, like, like, like, like, like, like, like, like}, 0,
+        report("LIKE same word", word, likeSql, {lib.name(), like, like, like, like, like, like, like, like}, 0,
                &figures.like);
     }
     MusicLibrary::setFullTextSearchDisabledForTesting(false);

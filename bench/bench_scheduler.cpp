@@ -104,7 +104,7 @@ int schedule(const QString& home)
         // A first week by phase, on a database nobody has read yet in this process.
         timer.start();
         MusicLibrary library;
-        library.name = QStringLiteral("Bench");
+        library.useStoredLibrary(QStringLiteral("Bench"));
         const QList<Track> tracks = library.search(QString());
         const qint64 listingMs = timer.restart();
         const QHash<QString, TrackParams> params = TrackParams::loadAll();

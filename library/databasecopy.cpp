@@ -1,6 +1,7 @@
 #include "databasecopy.h"
 
 #include "pgschema.h"
+#include "sqldialect.h"
 #include "storequery.h"
 #include "storetransaction.h"
 
@@ -12,11 +13,6 @@
 namespace {
 
 constexpr qint64 kProgressEvery = 500;
-
-bool isServer(const QSqlDatabase& db)
-{
-    return db.driver() && db.driver()->dbmsType() == QSqlDriver::PostgreSQL;
-}
 
 qint64 rowCount(const QSqlDatabase& db, const QString& table)
 {
@@ -33,13 +29,14 @@ QString failure(const QString& what, const QSqlError& error)
     return what + QStringLiteral(": ") + text;
 }
 
-// On a server the ids of copied rows were given explicitly; the identity must go on after the last.
+// The ids of copied rows were given explicitly; new ids must go on after the last.
 bool advanceIdentity(const QSqlDatabase& db, const QString& table, QString& message)
 {
+    const QString sql = SqlDialect::of(db).identityAfterCopy(table);
+    if (sql.isEmpty())
+        return true;
     StoreQuery q(db, "Setting the next id");
-    if (q.exec(QStringLiteral("SELECT setval(pg_get_serial_sequence('%1', 'id'), COALESCE(MAX(id), 0) + 1, "
-                              "false) FROM %1")
-                   .arg(table)))
+    if (q.exec(sql))
         return true;
     message = failure(QStringLiteral("Setting the next id of %1 failed").arg(table), q.lastError());
     return false;
@@ -59,17 +56,11 @@ QStringList DatabaseCopy::columnsOf(const QSqlDatabase& db, const QString& table
 {
     QStringList names;
     StoreQuery q(db, "Reading the columns of a table");
-    if (isServer(db)) {
-        // Generated columns (the search words) are the server's to compute.
-        if (!q.run(QStringLiteral("SELECT column_name FROM information_schema.columns WHERE table_schema = "
-                                  "current_schema() AND table_name = ? AND is_generated = 'NEVER' ORDER BY "
-                                  "ordinal_position"),
-                   {table}))
-            return names;
-    } else if (!q.exec(QStringLiteral("PRAGMA table_info(%1)").arg(table))) {
+    const SqlDialect dialect = SqlDialect::of(db);
+    // Generated columns (the server's search words) are left out: the target computes them.
+    if (!q.exec(dialect.columnsOfTable(table)))
         return names;
-    }
-    const int column = isServer(db) ? 0 : 1;
+    const int column = dialect.columnNameField();
     while (q.next())
         names << q.value(column).toString();
     return names;
@@ -159,7 +150,7 @@ DatabaseCopy::Result DatabaseCopy::copy(const QSqlDatabase& from, const QSqlData
         }
         if (read.lastError().isValid())
             return fail(failure(QStringLiteral("Reading %1 failed").arg(table), read.lastError()));
-        if (isServer(to) && columns.contains(QStringLiteral("id"))) {
+        if (columns.contains(QStringLiteral("id"))) {
             QString message;
             if (!advanceIdentity(target, table, message))
                 return fail(message);

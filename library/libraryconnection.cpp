@@ -1,7 +1,7 @@
 #include "libraryconnection.h"
 
 #include "librarylogging.h"
-#include "musiclibrary.h"
+#include "storelocation.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -48,6 +48,8 @@ struct ThreadConnection {
 
 thread_local ThreadConnection t_own;
 std::atomic<int> g_threadConnections{0};
+// Sets the store up on a connection that opened late; given by the store's initialisation.
+std::function<void()> g_schemaStep;
 
 QString openFailure(const QSqlDatabase& db, const DatabaseUrl& url)
 {
@@ -143,7 +145,7 @@ QSqlDatabase LibraryConnection::create()
     g_state.url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
     if (g_state.url.isEmbedded()) {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kConnectionName);
-        db.setDatabaseName(MusicLibrary::embeddedDatabaseFile());
+        db.setDatabaseName(StoreLocation::embeddedDatabaseFile());
         if (db.open() && QThread::idealThreadCount() > 1) {
             // Lets SQLite sort a large listing's rows on a second core while it still reads them.
             QSqlQuery(db).exec(QStringLiteral("PRAGMA threads=1"));
@@ -232,7 +234,8 @@ void LibraryConnection::reopen(QSqlDatabase& db)
     if (!g_state.schemaReady) {
         // The server was not there at start-up: set the store up now that it is.
         g_state.reopening = true;
-        MusicLibrary::initialize();
+        if (g_schemaStep)
+            g_schemaStep();
         g_state.reopening = false;
     }
 }
@@ -276,6 +279,11 @@ int LibraryConnection::generation()
 void LibraryConnection::setSchemaReady(bool ready)
 {
     g_state.schemaReady = ready;
+}
+
+void LibraryConnection::setSchemaStep(std::function<void()> step)
+{
+    g_schemaStep = std::move(step);
 }
 
 void LibraryConnection::setReconnectInterval(int ms)
@@ -376,7 +384,7 @@ LibraryConnection::Target LibraryConnection::target()
     }
     const DatabaseUrl url = g_urlGiven ? g_givenUrl : DatabaseUrl::configured();
     if (url.isEmbedded()) {
-        target.file = MusicLibrary::embeddedDatabaseFile();
+        target.file = StoreLocation::embeddedDatabaseFile();
     } else {
         target.server = true;
         target.url = url;

@@ -5,6 +5,8 @@
 #include <QSqlDatabase>
 #include <QString>
 
+#include <functional>
+
 class QSqlError;
 
 // The store's one shared connection, "od_library": the embedded SQLite database of this workstation,
@@ -56,6 +58,9 @@ public:
 
     // The store's tables are set up on this connection (so a late first connection need not do it).
     static void setSchemaReady(bool ready);
+    // What sets the store up when the server was not there at start-up and a reconnect reaches it:
+    // given once by the store's initialisation, so that this class needs to know nothing of it.
+    static void setSchemaStep(std::function<void()> step);
 
     // Milliseconds between two attempts to reach a lost server.
     static void setReconnectInterval(int ms);

@@ -2,8 +2,9 @@
 
 #include <QString>
 
-// The listing statements of the store, shared with the benchmark so that it times exactly what
-// search() and query() run. Every form orders by artist, then title, ignoring case.
+// The listing statements of the store in the embedded database's words, and the pieces of their
+// server forms; SqlDialect hands them out (the benchmark asks it too, so that it times exactly what
+// search() and query() run). Every form orders by artist, then title, ignoring case.
 namespace librarysql {
 
 inline const QString orderByArtistTitle =
@@ -32,8 +33,8 @@ inline const QString likeQueryText =
     QStringLiteral("(artist LIKE ? OR title LIKE ? OR album LIKE ? OR genre LIKE ? OR comment LIKE ? OR "
                    "filename LIKE ? OR CAST(year AS TEXT) LIKE ? OR duration_str LIKE ?)");
 
-// The same listings on a PostgreSQL server. The columns are named, so that the search column (a
-// tsvector) is not sent along. lower() of a "C"-collated text folds ASCII letters only and compares
+// Pieces of the same listings on a PostgreSQL server, from which SqlDialect builds them. The columns
+// are named, so that the search column (a tsvector) is not sent along. lower() of a "C"-collated text folds ASCII letters only and compares
 // code points, exactly as SQLite's NOCASE does; SQLite puts NULL first; ties keep insertion order.
 inline const QString serverColumns = QStringLiteral(
     "id, library, filepath, filename, artist, title, album, genre, comment, year, duration_ms, duration_str, "
@@ -41,15 +42,5 @@ inline const QString serverColumns = QStringLiteral(
 
 inline const QString serverOrderByArtistTitle = QStringLiteral(
     " ORDER BY lower(artist COLLATE \"C\") NULLS FIRST, lower(title COLLATE \"C\") NULLS FIRST, id");
-
-inline const QString serverPlainListing = QStringLiteral("SELECT ") + serverColumns +
-                                          QStringLiteral(" FROM tracks WHERE library=?") +
-                                          serverOrderByArtistTitle;
-
-// Bind the library, then PgSchema::searchArgument() of the terms.
-inline const QString serverFtsListing =
-    QStringLiteral("SELECT ") + serverColumns +
-    QStringLiteral(" FROM tracks WHERE library=? AND search_words @@ ondaro_search_query(?)") +
-    serverOrderByArtistTitle;
 
 } // namespace librarysql

@@ -1,157 +1,17 @@
 #include "musiclibrary.h"
 
-#include "asrunlog.h"
-#include "directquery.h"
-#include "jsonnumber.h"
+#include "audiofiles.h"
+#include "legacyimport.h"
+#include "librarycatalogue.h"
 #include "libraryconnection.h"
-#include "librarylogging.h"
-#include "librarysql.h"
-#include "pgschema.h"
-#include "storequery.h"
-#include "storetransaction.h"
-#include "trackanalysis.h"
-#include "trackparams.h"
-#include "trackrowreader.h"
+#include "sqldialect.h"
+#include "storelocation.h"
+#include "storeschema.h"
+#include "trackrows.h"
+#include "tracksearch.h"
 #include "tracktext.h"
 
-#include <algorithm>
-
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-#include <QSqlError>
-#include <QSqlRecord>
-#include <QStandardPaths>
-
-namespace {
-
-// An empty text; StoreQuery binds it (and a null one) as ''.
-const QString kEmptyText = QStringLiteral("");
-
-const QString kInsertTrack = QStringLiteral(
-    "INSERT INTO tracks(library,filepath,filename,artist,title,album,genre,comment,year,duration_ms,"
-    "duration_str,category,is_stream,stream_limit_ms,date_added) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
-
-const QString kFtsColumns = QStringLiteral("artist,title,album,genre,comment,filename,year,duration_str");
-const QString kFtsNew = QStringLiteral(
-    "new.artist,new.title,new.album,new.genre,new.comment,new.filename,new.year,new.duration_str");
-const QString kFtsOld = QStringLiteral(
-    "old.artist,old.title,old.album,old.genre,old.comment,old.filename,old.year,old.duration_str");
-
-// Rows per INSERT statement on a server (15 values each).
-constexpr qsizetype kRowsPerServerInsert = 50;
-
-bool g_ftsAvailable = false;
-bool g_ftsDisabledForTesting = false;
-
-// One statement of the schema set-up; a failure is logged and the set-up goes on, as each step is
-// idempotent and the next start tries again.
-bool exec(const QString& sql)
-{
-    StoreQuery q("Setting up the library database");
-    return q.exec(sql);
-}
-
-// The values as StoreQuery binds them, for the direct reads.
-QVariantList bindable(QVariantList values)
-{
-    for (QVariant& v : values)
-        v = StoreQuery::bindable(v);
-    return values;
-}
-
-bool onServer()
-{
-    return LibraryConnection::isServer();
-}
-
-// The column names of `tracks`, as "PRAGMA table_info" lists them.
-QStringList trackColumns()
-{
-    QStringList names;
-    StoreQuery q("Reading the columns of the tracks");
-    if (!q.exec(QStringLiteral("PRAGMA table_info(tracks)")))
-        return names;
-    while (q.next())
-        names << q.value(1).toString();
-    return names;
-}
-
-qint64 firstValue(const QString& sql, const QVariantList& values)
-{
-    StoreQuery q("Reading a count");
-    if (q.run(sql, values) && q.next())
-        return q.value(0).toLongLong();
-    return 0;
-}
-
-bool contains(const QString& field, const QString& needle, Qt::CaseSensitivity cs)
-{
-    return needle.isEmpty() || field.contains(needle, cs);
-}
-
-bool matchesFreeText(const Track& t, const QString& text)
-{
-    if (text.isEmpty())
-        return true;
-    return t.artist.contains(text, Qt::CaseInsensitive) || t.title.contains(text, Qt::CaseInsensitive) ||
-           t.album.contains(text, Qt::CaseInsensitive) || t.genre.contains(text, Qt::CaseInsensitive) ||
-           t.comment.contains(text, Qt::CaseInsensitive) || QString::number(t.year).contains(text) ||
-           formatDuration(t.durationMs).contains(text) ||
-           QFileInfo(t.filePath).fileName().contains(text, Qt::CaseInsensitive);
-}
-
-// The supported audio files of one folder level, plain files only, sorted by name.
-QStringList audioFilesDirectlyIn(const QString& dir)
-{
-    static const QStringList filters = [] {
-        QStringList f;
-        for (const QString& ext : MusicLibrary::supportedExtensions())
-            f << QStringLiteral("*.") + ext;
-        return f;
-    }();
-    QStringList paths;
-    for (const QFileInfo& info : QDir(dir).entryInfoList(filters, QDir::Files, QDir::Name))
-        paths << info.absoluteFilePath();
-    return paths;
-}
-
-QStringList subfoldersOf(const QString& dir)
-{
-    QStringList paths;
-    for (const QFileInfo& info : QDir(dir).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name))
-        paths << info.absoluteFilePath();
-    return paths;
-}
-
-Track trackFromJson(const QJsonObject& o)
-{
-    Track t;
-    t.artist = o.value(QStringLiteral("artist")).toString();
-    t.title = o.value(QStringLiteral("title")).toString();
-    t.album = o.value(QStringLiteral("album")).toString();
-    t.genre = o.value(QStringLiteral("genre")).toString();
-    t.comment = o.value(QStringLiteral("comment")).toString();
-    t.filePath = o.value(QStringLiteral("filePath")).toString();
-    t.year = o.value(QStringLiteral("year")).toInt(0);
-    t.durationMs = truncatedJsonNumber(o.value(QStringLiteral("durationMs")), 0);
-    t.category = o.value(QStringLiteral("category")).toString(QStringLiteral("Foreign"));
-    t.isStream = o.value(QStringLiteral("isStream")).toBool(false);
-    t.streamLimitMs = truncatedJsonNumber(o.value(QStringLiteral("streamLimitMs")), 0);
-    return t;
-}
-
-// A file entry the duration scanner should measure.
-bool lacksDuration(const QString& path, bool isStream, qint64 durationMs)
-{
-    return !isStream && durationMs <= 0 && !path.isEmpty();
-}
-
-} // namespace
 
 // Known to Qt by name, so that the window can keep its current query in a QVariant.
 [[maybe_unused]] static const int kQueryMetaTypeId =
@@ -167,137 +27,37 @@ QSqlDatabase MusicLibrary::database()
 
 QString MusicLibrary::databaseFolder(const QString& configLocation)
 {
-    if (!configLocation.isEmpty())
-        return configLocation;
-    return QDir::homePath() + QStringLiteral("/.ondaro");
+    return StoreLocation::databaseFolder(configLocation);
 }
 
 QString MusicLibrary::embeddedDatabaseFile()
 {
-    const QString folder =
-        databaseFolder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
-    QDir().mkpath(folder);
-    return folder + QStringLiteral("/library.db");
-}
-
-// The column and its values in one transaction: a migration that fails part-way leaves the column
-// missing, so that the next start runs it again, instead of a column of empty names.
-static bool addFilenameColumn()
-{
-    StoreQuery rows("Adding file names to the tracks");
-    StoreQuery update("Adding file names to the tracks");
-    StoreTransaction migration("Adding file names to the tracks");
-    if (!exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN filename TEXT DEFAULT ''")) ||
-        !rows.exec(QStringLiteral("SELECT id, filepath FROM tracks")) ||
-        !update.prepare(QStringLiteral("UPDATE tracks SET filename=? WHERE id=?")))
-        return false;
-    while (rows.next()) {
-        update.bind(QFileInfo(rows.value(1).toString()).fileName());
-        update.bind(rows.value(0));
-        if (!update.exec())
-            return false;
-    }
-    return migration.commit();
+    return StoreLocation::embeddedDatabaseFile();
 }
 
 void MusicLibrary::ensureSchema()
 {
-    QSqlDatabase db = database();
-    if (onServer()) {
-        g_ftsAvailable = PgSchema::ensure(db);
-        return;
-    }
-    exec(QStringLiteral("PRAGMA journal_mode=WAL"));
-    exec(QStringLiteral("CREATE TABLE IF NOT EXISTS libraries(name TEXT PRIMARY KEY)"));
-    exec(QStringLiteral(
-        "CREATE TABLE IF NOT EXISTS tracks( id INTEGER PRIMARY KEY AUTOINCREMENT, library TEXT NOT NULL, "
-        "filepath TEXT, filename TEXT DEFAULT '', artist TEXT, title TEXT, album TEXT, genre TEXT, comment "
-        "TEXT, year INTEGER DEFAULT 0, duration_ms INTEGER DEFAULT 0, duration_str TEXT DEFAULT '', "
-        "play_count INTEGER DEFAULT 0, last_played TEXT DEFAULT '', date_added TEXT DEFAULT '', category "
-        "TEXT DEFAULT 'Foreign', is_stream INTEGER DEFAULT 0, stream_limit_ms INTEGER DEFAULT 0)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_lib ON tracks(library)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_artist ON tracks(library, artist)"));
-    exec(QStringLiteral("CREATE INDEX IF NOT EXISTS idx_tracks_title ON tracks(library, title)"));
-
-    // Column migrations go by the columns actually present, never by the version number.
-    const QStringList columns = trackColumns();
-    const bool hadDurationStr = columns.contains(QStringLiteral("duration_str"));
-    const bool hadFilename = columns.contains(QStringLiteral("filename"));
-    // Each column step runs in one transaction: one that fails part-way is rolled back and, its
-    // column still missing, runs again at the next start. The rest of the set-up (the index and the
-    // version) then waits for that start too, so that the index is rebuilt over complete columns.
-    bool migrated = true;
-    if (!hadDurationStr) {
-        StoreTransaction migration("Adding display lengths to the tracks");
-        // Unpadded minutes: older databases keep this spelling beside the padded one of inserts.
-        migrated =
-            exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN duration_str TEXT DEFAULT ''")) &&
-            exec(QStringLiteral("UPDATE tracks SET duration_str = printf('%d:%02d', duration_ms/60000, "
-                                "(duration_ms/1000)%60)")) &&
-            migration.commit();
-    }
-    // A second probe: the three play columns count as one step, decided by play_count alone.
-    if (!trackColumns().contains(QStringLiteral("play_count"))) {
-        StoreQuery dating("Dating the existing tracks");
-        StoreTransaction migration("Adding play counts to the tracks");
-        migrated = exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN play_count INTEGER DEFAULT 0")) &&
-                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN last_played TEXT DEFAULT ''")) &&
-                   exec(QStringLiteral("ALTER TABLE tracks ADD COLUMN date_added TEXT DEFAULT ''")) &&
-                   dating.run(QStringLiteral("UPDATE tracks SET date_added=? WHERE date_added=''"),
-                              {QDateTime::currentDateTime().toString(Qt::ISODate)}) &&
-                   migration.commit() && migrated;
-    }
-    if (!hadFilename)
-        migrated = addFilenameColumn() && migrated;
-    if (!migrated) {
-        qCWarning(lcLibrary) << "The library database was not brought up to date; the next start tries again";
-        return;
-    }
-
-    const int version = static_cast<int>(firstValue(QStringLiteral("PRAGMA user_version"), {}));
-    if (version <= 2) {
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ai"));
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_ad"));
-        exec(QStringLiteral("DROP TRIGGER IF EXISTS tracks_au"));
-        exec(QStringLiteral("DROP TABLE IF EXISTS tracks_fts"));
-    }
-
-    StoreQuery fts("Creating the full-text index");
-    g_ftsAvailable = fts.exec(QStringLiteral(
-        "CREATE VIRTUAL TABLE IF NOT EXISTS tracks_fts USING fts5( artist, title, album, genre, comment, "
-        "filename, year, duration_str, content='tracks', content_rowid='id')"));
-    if (g_ftsAvailable) {
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ai AFTER INSERT ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(rowid,%1) VALUES(new.id,%2); END")
-                 .arg(kFtsColumns, kFtsNew));
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_ad AFTER DELETE ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); END")
-                 .arg(kFtsColumns, kFtsOld));
-        exec(QStringLiteral("CREATE TRIGGER IF NOT EXISTS tracks_au AFTER UPDATE ON tracks BEGIN INSERT INTO "
-                            "tracks_fts(tracks_fts,rowid,%1) VALUES('delete',old.id,%2); INSERT INTO "
-                            "tracks_fts(rowid,%1) VALUES(new.id,%3); END")
-                 .arg(kFtsColumns, kFtsOld, kFtsNew));
-        if (version > 2)
-            return;
-        exec(QStringLiteral("INSERT INTO tracks_fts(tracks_fts) VALUES('rebuild')"));
-    } else if (version > 2) {
-        return;
-    }
-    exec(QStringLiteral("PRAGMA user_version=%1").arg(3));
+    StoreSchema::applyTrackTables();
 }
 
 bool MusicLibrary::ftsAvailable()
 {
-    return g_ftsAvailable && !g_ftsDisabledForTesting;
+    return TrackSearch::fullTextEnabled();
 }
 
 void MusicLibrary::setFullTextSearchDisabledForTesting(bool disabled)
 {
-    g_ftsDisabledForTesting = disabled;
+    TrackSearch::setFullTextDisabledForTesting(disabled);
 }
 
 bool MusicLibrary::initialize()
 {
+    // A server that is not there yet is set up, legacy import included, when a reconnect reaches it.
+    static const bool stepGiven = [] {
+        LibraryConnection::setSchemaStep([] { initialize(); });
+        return true;
+    }();
+    Q_UNUSED(stepGiven);
     if (!setUpTables())
         return false;
     importLegacyLibraries();
@@ -306,138 +66,63 @@ bool MusicLibrary::initialize()
 
 bool MusicLibrary::setUpTables()
 {
-    QSqlDatabase db = database();
-    if (!db.isOpen())
+    if (!StoreSchema::apply())
         return false;
-    // On a server several machines may start at once; one sets the schema up at a time.
-    const bool server = onServer();
-    if (server)
-        PgSchema::lock(db);
-    ensureSchema();
-    TrackParams::ensureTable();
-    TrackAnalysis::ensureTable();
-    AsRunLog::ensureTable();
-    if (server) {
-        PgSchema::finish(db, g_ftsAvailable);
-        PgSchema::unlock(db);
-    }
     LibraryConnection::setSchemaReady(true);
     return true;
 }
 
 void MusicLibrary::importLegacyLibraries()
 {
-    if (firstValue(QStringLiteral("SELECT COUNT(*) FROM libraries"), {}) > 0)
-        return;
-    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
-                      QStringLiteral("/libraries"));
-    if (!folder.exists())
-        return;
-    const QFileInfoList files = folder.entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::NoSort);
-    for (const QFileInfo& info : files) {
-        QFile file(info.absoluteFilePath());
-        if (!file.open(QIODevice::ReadOnly))
-            continue;
-        const QJsonObject doc = QJsonDocument::fromJson(file.readAll()).object();
-        const QJsonValue nameValue = doc.value(QStringLiteral("name"));
-        const QString name = nameValue.isString() ? nameValue.toString() : info.completeBaseName();
-        MusicLibrary library;
-        createLibrary(name);
-        library.setLibrary(name);
-        const QJsonArray list = doc.value(QStringLiteral("tracks")).toArray();
-        for (const QJsonValue& v : list)
-            library.addTrack(trackFromJson(v.toObject()));
-    }
+    LegacyImport::importOnce();
 }
 
 // ---------------------------------------------------------------------------------------------
-// The set of libraries
+// The set of libraries and the files they take
 
 bool MusicLibrary::createLibrary(const QString& name)
 {
-    const QString trimmed = name.trimmed();
-    if (trimmed.isEmpty())
-        return false;
-    StoreQuery q("Creating a library");
-    return q.run(onServer() ? QStringLiteral("INSERT INTO libraries(name) VALUES(?) ON CONFLICT DO NOTHING")
-                            : QStringLiteral("INSERT OR IGNORE INTO libraries(name) VALUES(?)"),
-                 {trimmed});
+    return LibraryCatalogue::create(name);
 }
 
 bool MusicLibrary::deleteLibrary(const QString& name)
 {
-    StoreQuery tracks("Deleting a library's tracks");
-    tracks.run(QStringLiteral("DELETE FROM tracks WHERE library=?"), {name});
-    StoreQuery library("Deleting a library");
-    return library.run(QStringLiteral("DELETE FROM libraries WHERE name=?"), {name});
+    return LibraryCatalogue::remove(name);
 }
 
 QStringList MusicLibrary::libraries()
 {
-    QStringList names;
-    StoreQuery q("Listing the libraries");
-    const QString sql =
-        onServer() ? QStringLiteral("SELECT name FROM libraries ORDER BY lower(name COLLATE \"C\"), name")
-                   : QStringLiteral("SELECT name FROM libraries ORDER BY name COLLATE NOCASE");
-    if (!q.exec(sql))
-        return names;
-    while (q.next())
-        names << q.value(0).toString();
-    return names;
+    return LibraryCatalogue::names();
 }
 
 bool MusicLibrary::recordPlay(const QString& filePath, const QDateTime& when)
 {
-    if (filePath.isEmpty())
-        return true;
-    StoreQuery q("Recording a play");
-    return q.run(
-        QStringLiteral("UPDATE tracks SET play_count = play_count + 1, last_played = ? WHERE filepath = ?"),
-        {when.toString(Qt::ISODate), filePath});
+    return TrackRows::recordPlay(filePath, when);
 }
 
 const QStringList& MusicLibrary::supportedExtensions()
 {
-    static const QStringList extensions = {
-        QStringLiteral("mp3"),  QStringLiteral("wav"), QStringLiteral("ogg"),  QStringLiteral("flac"),
-        QStringLiteral("m4a"),  QStringLiteral("aac"), QStringLiteral("opus"), QStringLiteral("wma"),
-        QStringLiteral("aiff"), QStringLiteral("alac")};
-    return extensions;
+    return AudioFiles::supportedExtensions();
 }
 
 bool MusicLibrary::isSupportedAudioFile(const QString& path)
 {
-    return supportedExtensions().contains(QFileInfo(path).suffix().toLower());
+    return AudioFiles::isSupported(path);
 }
 
 bool MusicLibrary::isStreamUrl(const QString& text)
 {
-    static const QStringList schemes = {QStringLiteral("http://"), QStringLiteral("https://"),
-                                        QStringLiteral("mms://"), QStringLiteral("rtsp://"),
-                                        QStringLiteral("rtmp://")};
-    const QString trimmed = text.trimmed();
-    for (const QString& scheme : schemes) {
-        if (trimmed.startsWith(scheme, Qt::CaseInsensitive))
-            return true;
-    }
-    return false;
+    return AudioFiles::isStreamUrl(text);
 }
 
 Track MusicLibrary::trackFromFile(const QString& path)
 {
-    Track t;
-    readTags(path, t);
-    return t;
+    return AudioFiles::trackFromFile(path);
 }
 
 QStringList MusicLibrary::audioFilesIn(const QString& dir, bool recursive)
 {
-    QStringList paths = audioFilesDirectlyIn(dir);
-    if (recursive) {
-        for (const QString& sub : subfoldersOf(dir))
-            paths << audioFilesIn(sub, true);
-    }
-    return paths;
+    return AudioFiles::filesIn(dir, recursive);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -445,150 +130,67 @@ QStringList MusicLibrary::audioFilesIn(const QString& dir, bool recursive)
 
 bool MusicLibrary::setLibrary(const QString& libraryName)
 {
-    folderMode = false;
-    tracks.clear();
-    name = libraryName.trimmed();
-    createLibrary(name);
+    useStoredLibrary(libraryName.trimmed());
+    createLibrary(m_name);
     return true;
+}
+
+void MusicLibrary::useStoredLibrary(const QString& libraryName)
+{
+    m_folderMode = false;
+    m_folder.clear();
+    m_name = libraryName;
 }
 
 int MusicLibrary::loadFolder(const QString& path)
 {
-    folderMode = true;
-    name = path;
-    tracks.clear();
-    return addFolder(path, true);
+    m_folderMode = true;
+    m_name = path;
+    return m_folder.load(path);
 }
 
 void MusicLibrary::clear()
 {
-    if (folderMode) {
-        tracks.clear();
-        return;
-    }
-    StoreQuery q("Clearing a library");
-    q.run(QStringLiteral("DELETE FROM tracks WHERE library=?"), {name});
+    if (m_folderMode)
+        m_folder.clear();
+    else
+        TrackRows(m_name).clear();
 }
 
 int MusicLibrary::trackCount() const
 {
-    if (folderMode)
-        return tracks.size();
-    return static_cast<int>(
-        firstValue(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=?"), {name}));
+    return m_folderMode ? int(m_folder.tracks().size()) : TrackRows(m_name).count();
 }
 
 qint64 MusicLibrary::totalDurationMs() const
 {
-    if (folderMode) {
-        qint64 sum = 0;
-        for (const Track& t : tracks)
-            sum += t.durationMs;
-        return sum;
-    }
-    return firstValue(QStringLiteral("SELECT COALESCE(SUM(duration_ms),0) FROM tracks WHERE library=?"),
-                      {name});
-}
-
-bool MusicLibrary::insertRow(StoreQuery& insert, const Track& t) const
-{
-    bindRow(insert, t);
-    return insert.exec();
-}
-
-bool MusicLibrary::insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const
-{
-    // A server answers each statement over the network: the rows of a batch go in one statement.
-    static const QString values = QStringLiteral(",(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
-    const QString firstRow = kInsertTrack;
-    for (qsizetype first = 0; first < rows.size(); first += kRowsPerServerInsert) {
-        const qsizetype count = qMin<qsizetype>(kRowsPerServerInsert, rows.size() - first);
-        if (!insert.prepare(firstRow + values.repeated(count - 1)))
-            return false;
-        for (qsizetype i = first; i < first + count; ++i)
-            bindRow(insert, rows.at(i));
-        if (!insert.exec())
-            return false;
-    }
-    return true;
-}
-
-void MusicLibrary::bindRow(StoreQuery& insert, const Track& t) const
-{
-    insert.bind(name);
-    insert.bind(t.filePath);
-    insert.bind(t.isStream ? kEmptyText : QFileInfo(t.filePath).fileName());
-    insert.bind(t.artist);
-    insert.bind(t.title);
-    insert.bind(t.album);
-    insert.bind(t.genre);
-    insert.bind(t.comment);
-    insert.bind(t.year);
-    insert.bind(t.durationMs);
-    // An unknown length is stored as '' and never as "--:--".
-    insert.bind(t.durationMs > 0 ? formatDuration(t.durationMs) : kEmptyText);
-    insert.bind(t.category);
-    insert.bind(t.isStream ? 1 : 0);
-    insert.bind(t.streamLimitMs);
-    insert.bind(QDateTime::currentDateTime().toString(Qt::ISODate));
+    return m_folderMode ? m_folder.totalDurationMs() : TrackRows(m_name).totalDurationMs();
 }
 
 void MusicLibrary::addTrack(const Track& t)
 {
-    if (folderMode) {
-        tracks.append(t);
-        return;
-    }
-    StoreQuery insert("Adding a track");
-    if (insert.prepare(kInsertTrack))
-        insertRow(insert, t);
+    if (m_folderMode)
+        m_folder.add(t);
+    else
+        TrackRows(m_name).add(t);
 }
 
 int MusicLibrary::addFiles(const QStringList& paths)
 {
-    QList<Track> found;
-    for (const QString& path : paths) {
-        if (!isSupportedAudioFile(path))
-            continue;
-        Track track;
-        readTags(path, track);
-        found.append(track);
-    }
-    if (folderMode) {
-        tracks.append(found);
+    const QList<Track> found = AudioFiles::readTracks(paths);
+    if (m_folderMode) {
+        m_folder.add(found);
         return int(found.size());
     }
-    if (found.isEmpty())
-        return 0;
-    // Made before the transaction, so that it ends after the rollback: a server cannot free a
-    // statement inside a failed transaction.
-    StoreQuery insert("Adding tracks");
-    // All of the batch or none of it: a batch that fails part-way is rolled back and counts 0.
-    StoreTransaction batch("Adding files");
-    if (!batch.isActive())
-        return 0;
-    if (onServer()) {
-        // A server takes the batch's rows at once.
-        if (!insertRowsOnServer(insert, found))
-            return 0;
-    } else {
-        // One prepared statement serves the whole batch.
-        if (!insert.prepare(kInsertTrack))
-            return 0;
-        for (const Track& track : found) {
-            if (!insertRow(insert, track))
-                return 0;
-        }
-    }
-    return batch.commit() ? int(found.size()) : 0;
+    return TrackRows(m_name).addBatch(found);
 }
 
 int MusicLibrary::addFolder(const QString& dir, bool recursive)
 {
     // One transaction per folder level; files of a folder come before those of its subfolders.
-    int count = addFiles(audioFilesDirectlyIn(dir));
+    int count = addFiles(AudioFiles::filesDirectlyIn(dir));
     if (recursive) {
-        for (const QString& sub : subfoldersOf(dir))
+        for (const QString& sub : AudioFiles::subfoldersOf(dir))
             count += addFolder(sub, true);
     }
     return count;
@@ -606,73 +208,34 @@ void MusicLibrary::addStream(const QString& streamName, const QString& url)
 
 void MusicLibrary::updateStream(const QString& oldUrl, const QString& title, const QString& newUrl)
 {
-    if (folderMode)
-        return;
-    StoreQuery q("Changing a stream");
-    q.run(QStringLiteral(
-              "UPDATE tracks SET filepath=?, title=? WHERE library=? AND filepath=? AND is_stream=1"),
-          {newUrl.trimmed(), title.trimmed().isEmpty() ? newUrl.trimmed() : title.trimmed(), name, oldUrl});
+    if (!m_folderMode)
+        TrackRows(m_name).updateStream(oldUrl, title, newUrl);
 }
 
 int MusicLibrary::updateDuration(const QString& filePath, qint64 ms)
 {
-    if (folderMode) {
-        int changed = 0;
-        for (Track& t : tracks) {
-            if (t.filePath == filePath && !t.isStream) {
-                t.durationMs = ms;
-                ++changed;
-            }
-        }
-        return changed;
-    }
-    StoreQuery q("Storing a duration");
-    if (!q.run(QStringLiteral("UPDATE tracks SET duration_ms=?, duration_str=? WHERE library=? AND "
-                              "filepath=? AND is_stream=0"),
-               {ms, formatDuration(ms), name, filePath}))
-        return 0;
-    return q.numRowsAffected();
+    return m_folderMode ? m_folder.updateDuration(filePath, ms)
+                        : TrackRows(m_name).updateDuration(filePath, ms);
 }
 
 int MusicLibrary::removeMissingFiles()
 {
-    const QList<Track> all = search(QString());
+    if (m_folderMode)
+        return m_folder.removeMissingFiles();
     QStringList missing;
-    for (const Track& t : all) {
+    for (const Track& t : search(QString())) {
         if (!t.isStream && !t.filePath.isEmpty() && !QFileInfo::exists(t.filePath))
             missing << t.filePath;
     }
-    if (folderMode) {
-        // A folder library lives in memory only: drop the entries whose files are gone.
-        tracks.erase(std::remove_if(tracks.begin(), tracks.end(),
-                                    [&missing](const Track& t) { return missing.contains(t.filePath); }),
-                     tracks.end());
-        return missing.size();
-    }
-    if (missing.isEmpty())
-        return 0;
-    // Made before the transaction, so that it ends after the rollback (see addFiles).
-    StoreQuery remove("Removing a missing file");
     // All of them or none: a clean-up that fails part-way is rolled back and removes nothing (0).
-    StoreTransaction batch("Removing missing files");
-    if (!batch.isActive())
-        return 0;
-    if (!remove.prepare(QStringLiteral("DELETE FROM tracks WHERE library=? AND filepath=?")))
-        return 0;
-    for (const QString& path : missing) {
-        remove.bind(name);
-        remove.bind(path);
-        if (!remove.exec())
-            return 0;
-    }
-    return batch.commit() ? int(missing.size()) : 0;
+    return TrackRows(m_name).removeFiles(missing);
 }
 
 QStringList MusicLibrary::pathsWithoutDuration(const QList<Track>& listing)
 {
     QStringList paths;
     for (const Track& t : listing) {
-        if (lacksDuration(t.filePath, t.isStream, t.durationMs))
+        if (TrackRows::lacksDuration(t.filePath, t.isStream, t.durationMs))
             paths << t.filePath;
     }
     return paths;
@@ -680,34 +243,9 @@ QStringList MusicLibrary::pathsWithoutDuration(const QList<Track>& listing)
 
 QStringList MusicLibrary::filesWithoutDuration() const
 {
-    if (folderMode)
-        return pathsWithoutDuration(tracks);
-    QStringList paths;
-    // Same condition and order as the plain listing, so rows that tie on artist and title come in
-    // the order the table shows them; the filter runs here rather than in SQL for that reason.
-    const QString sql =
-        QStringLiteral("SELECT filepath, is_stream, duration_ms FROM tracks WHERE library=?") +
-        (onServer() ? librarysql::serverOrderByArtistTitle : librarysql::orderByArtistTitle);
-    const QVariantList values{name};
-    auto keep = [&paths](const QString& path, int isStream, qint64 durationMs) {
-        if (lacksDuration(path, isStream != 0, durationMs))
-            paths << path;
-    };
-    DirectQuery direct(database());
-    if (direct.isUsable()) {
-        if (direct.exec(sql, bindable(values))) {
-            while (direct.next())
-                keep(direct.text(0), direct.toInt(1), direct.integer(2));
-        }
-        return paths;
-    }
-    StoreQuery q("Listing the files without a duration");
-    q.setForwardOnly(true);
-    if (!q.run(sql, values))
-        return paths;
-    while (q.next())
-        keep(q.value(0).toString(), q.value(1).toInt(), q.value(2).toLongLong());
-    return paths;
+    if (m_folderMode)
+        return pathsWithoutDuration(m_folder.tracks());
+    return TrackRows(m_name).filesWithoutDuration();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -715,161 +253,29 @@ QStringList MusicLibrary::filesWithoutDuration() const
 
 void MusicLibrary::appendFtsTerms(QStringList& terms, const QString& column, const QString& text)
 {
-    // Compiled once per process.
-    static const QRegularExpression separators(QStringLiteral("[\\s:/\\\\._\\-,;]+"));
-    static const QRegularExpression strip(QStringLiteral("[\"\"*()^]"));
-    const QStringList parts = text.split(separators, Qt::SkipEmptyParts);
-    for (QString part : parts) {
-        part.remove(strip);
-        if (part.isEmpty())
-            continue;
-        terms << (column.isEmpty() ? part + QLatin1Char('*')
-                                   : column + QLatin1Char(':') + part + QLatin1Char('*'));
-    }
+    TrackSearch::appendFtsTerms(terms, column, text);
 }
 
 void MusicLibrary::appendLikeCondition(QStringList& conditions, QVariantList& values,
                                        const QString& expression, const QString& value)
 {
-    if (value.isEmpty())
-        return;
-    conditions << expression + QStringLiteral(" LIKE ?");
-    values << QString(QLatin1Char('%') + value + QLatin1Char('%'));
-}
-
-QList<Track> MusicLibrary::runListing(const QString& embeddedSql, const QVariantList& values) const
-{
-    QList<Track> result;
-    // A server has no NOCASE collation and a case-sensitive LIKE: its forms say the same in its words.
-    const QString sql = onServer() ? serverForm(embeddedSql) : embeddedSql;
-    // Column names are resolved once per result set; 100,000 rows must list in well under a second.
-    DirectQuery direct(database());
-    if (direct.isUsable()) {
-        if (!direct.exec(sql, bindable(values)))
-            return result;
-        TrackRowReader reader(direct.columnNames());
-        while (direct.next())
-            result.append(reader.read(direct));
-        return result;
-    }
-    StoreQuery q("Listing tracks");
-    q.setForwardOnly(true);
-    if (!q.run(sql, values))
-        return result;
-    TrackRowReader reader(q.record());
-    while (q.next())
-        result.append(reader.read(q.query()));
-    return result;
-}
-
-QList<Track> MusicLibrary::plainListing() const
-{
-    return runListing(librarysql::plainListing, {name});
-}
-
-QList<Track> MusicLibrary::fullTextListing(const QStringList& terms) const
-{
-    if (!onServer())
-        return runListing(librarysql::ftsListing, {name, terms.join(QLatin1Char(' '))});
-    bool ok = false;
-    const QString argument = PgSchema::searchArgument(terms, &ok);
-    if (!ok) {
-        // The embedded index fails on such a term and the search finds nothing; so here too.
-        qCInfo(lcLibrary).noquote() << "Search terms not understood:" << terms.join(QLatin1Char(' '));
-        return {};
-    }
-    return runListing(librarysql::serverFtsListing, {name, argument});
-}
-
-QString MusicLibrary::serverForm(QString sql)
-{
-    sql.replace(QStringLiteral("SELECT * FROM"),
-                QStringLiteral("SELECT ") + librarysql::serverColumns + QStringLiteral(" FROM"));
-    sql.replace(librarysql::orderByArtistTitle, librarysql::serverOrderByArtistTitle);
-    sql.replace(QStringLiteral(" LIKE ?"), QStringLiteral(" ILIKE ?"));
-    return sql;
-}
-
-QList<Track> MusicLibrary::filterInMemory(const Query& q) const
-{
-    QList<Track> result;
-    for (const Track& t : tracks) {
-        if (!matchesFreeText(t, q.text))
-            continue;
-        if (!contains(t.artist, q.artist, Qt::CaseInsensitive) ||
-            !contains(t.title, q.title, Qt::CaseInsensitive) ||
-            !contains(t.album, q.album, Qt::CaseInsensitive) ||
-            !contains(t.genre, q.genre, Qt::CaseInsensitive) ||
-            !contains(t.comment, q.comment, Qt::CaseInsensitive) ||
-            !contains(QFileInfo(t.filePath).fileName(), q.filename, Qt::CaseInsensitive) ||
-            !contains(QString::number(t.year), q.year, Qt::CaseSensitive) ||
-            !contains(formatDuration(t.durationMs), q.duration, Qt::CaseSensitive))
-            continue;
-        result.append(t);
-    }
-    return result;
+    TrackSearch::appendContainsCondition(SqlDialect(SqlDialect::Engine::Embedded), conditions, values,
+                                         expression, value);
 }
 
 QList<Track> MusicLibrary::search(const QString& text) const
 {
-    if (folderMode) {
+    if (m_folderMode) {
         Query q;
         q.text = text;
-        return filterInMemory(q);
+        return m_folder.filter(q);
     }
-    const QString t = text.trimmed();
-    if (t.isEmpty())
-        return plainListing();
-    if (!ftsAvailable()) {
-        const QString like = QLatin1Char('%') + t + QLatin1Char('%');
-        return runListing(librarysql::likeSearch, {name, like, like, like, like, like, like, like, like});
-    }
-    QStringList terms;
-    appendFtsTerms(terms, QString(), t);
-    if (terms.isEmpty())
-        return plainListing();
-    return fullTextListing(terms);
+    return TrackSearch(m_name).search(text);
 }
 
 QList<Track> MusicLibrary::query(const Query& q) const
 {
-    if (q.isEmpty())
-        return search(QString());
-    if (folderMode)
-        return filterInMemory(q);
-    if (ftsAvailable()) {
-        QStringList terms;
-        appendFtsTerms(terms, QString(), q.text);
-        appendFtsTerms(terms, QStringLiteral("artist"), q.artist);
-        appendFtsTerms(terms, QStringLiteral("title"), q.title);
-        appendFtsTerms(terms, QStringLiteral("album"), q.album);
-        appendFtsTerms(terms, QStringLiteral("genre"), q.genre);
-        appendFtsTerms(terms, QStringLiteral("comment"), q.comment);
-        appendFtsTerms(terms, QStringLiteral("filename"), q.filename);
-        appendFtsTerms(terms, QStringLiteral("year"), q.year);
-        appendFtsTerms(terms, QStringLiteral("duration_str"), q.duration);
-        if (terms.isEmpty())
-            return search(QString());
-        return fullTextListing(terms);
-    }
-    QStringList conditions;
-    QVariantList values;
-    if (!q.text.isEmpty()) {
-        conditions << librarysql::likeQueryText;
-        const QString like = QLatin1Char('%') + q.text + QLatin1Char('%');
-        for (int i = 0; i < 8; ++i)
-            values << like;
-    }
-    appendLikeCondition(conditions, values, QStringLiteral("artist"), q.artist);
-    appendLikeCondition(conditions, values, QStringLiteral("title"), q.title);
-    appendLikeCondition(conditions, values, QStringLiteral("album"), q.album);
-    appendLikeCondition(conditions, values, QStringLiteral("genre"), q.genre);
-    appendLikeCondition(conditions, values, QStringLiteral("comment"), q.comment);
-    appendLikeCondition(conditions, values, QStringLiteral("filename"), q.filename);
-    appendLikeCondition(conditions, values, QStringLiteral("CAST(year AS TEXT)"), q.year);
-    appendLikeCondition(conditions, values, QStringLiteral("duration_str"), q.duration);
-    values.prepend(name);
-    return runListing(QStringLiteral("SELECT * FROM tracks WHERE library=? AND ") +
-                          conditions.join(QStringLiteral(" AND ")) + librarysql::orderByArtistTitle,
-                      values);
+    if (m_folderMode)
+        return m_folder.filter(q);
+    return TrackSearch(m_name).query(q);
 }

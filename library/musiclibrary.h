@@ -1,7 +1,10 @@
 #pragma once
 
+#include "folderlibrary.h"
+#include "libraryquery.h"
 #include "track.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QMetaType>
 #include <QSqlDatabase>
@@ -9,33 +12,15 @@
 #include <QStringList>
 #include <QVariantList>
 
-class StoreQuery;
-
 // The store. One object stands for one open library: a named set of rows in the shared database
-// (database mode) or a folder read into memory (folder mode).
+// (database mode) or a folder read into memory (folder mode). The work is done by one class per
+// concern (StoreSchema, LibraryCatalogue, TrackRows, TrackSearch, LegacyImport, FolderLibrary,
+// AudioFiles); this class keeps the interface the rest of the program uses.
 class MusicLibrary
 {
 public:
     // A search request; an empty member is no condition, non-empty members combine with AND.
-    struct Query {
-        QString text;
-        QString artist;
-        QString title;
-        QString album;
-        QString genre;
-        QString comment;
-        QString filename;
-        QString year;
-        QString duration;
-
-        // No condition at all: the query lists the whole library.
-        bool isEmpty() const
-        {
-            return text.isEmpty() && artist.isEmpty() && title.isEmpty() && album.isEmpty() &&
-                   genre.isEmpty() && comment.isEmpty() && filename.isEmpty() && year.isEmpty() &&
-                   duration.isEmpty();
-        }
-    };
+    using Query = LibraryQuery;
 
     // --- database and schema -------------------------------------------------------------
     static QSqlDatabase database();
@@ -74,6 +59,8 @@ public:
 
     // --- one library ---------------------------------------------------------------------
     bool setLibrary(const QString& name);
+    // Works on the stored library `name` as it is, without adding it to the set of libraries.
+    void useStoredLibrary(const QString& name);
     int loadFolder(const QString& path);
     void clear();
     int trackCount() const;
@@ -90,30 +77,22 @@ public:
     // The same test over tracks already listed: files (not streams) with a path and no duration.
     static QStringList pathsWithoutDuration(const QList<Track>& tracks);
 
+    // The library's name (a folder's path in folder mode); empty before one is set.
+    const QString& name() const { return m_name; }
+    bool folderMode() const { return m_folderMode; }
+    // The tracks of a folder read into memory (folder mode only).
+    const QList<Track>& tracks() const { return m_folder.tracks(); }
+
     // --- search --------------------------------------------------------------------------
     QList<Track> search(const QString& text) const;
     QList<Track> query(const Query& q) const;
     static void appendFtsTerms(QStringList& terms, const QString& column, const QString& text);
+    // Adds "<expression> LIKE ?" (the embedded database's words) and "%value%" for a non-empty value.
     static void appendLikeCondition(QStringList& conditions, QVariantList& values, const QString& expression,
                                     const QString& value);
 
-    QString name;
-    bool folderMode = false;
-    QList<Track> tracks; // folder mode only
-
 private:
-    QList<Track> filterInMemory(const Query& q) const;
-    QList<Track> plainListing() const;
-    // The full-text form for the terms of appendFtsTerms (not empty).
-    QList<Track> fullTextListing(const QStringList& terms) const;
-    // An embedded listing statement in the words of a PostgreSQL server.
-    static QString serverForm(QString sql);
-    QList<Track> runListing(const QString& sql, const QVariantList& values) const;
-    // Each false when a statement failed (logged).
-    bool insertRow(StoreQuery& insert, const Track& t) const;
-    bool insertRowsOnServer(StoreQuery& insert, const QList<Track>& rows) const;
-    // Binds the 15 values of a new row, in the order of the insert statement.
-    void bindRow(StoreQuery& insert, const Track& t) const;
+    QString m_name;
+    bool m_folderMode = false;
+    FolderLibrary m_folder;
 };
-
-Q_DECLARE_METATYPE(MusicLibrary::Query)

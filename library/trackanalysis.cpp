@@ -1,6 +1,7 @@
 #include "trackanalysis.h"
 
 #include "storequery.h"
+#include "storeschema.h"
 #include "storetransaction.h"
 
 #include <QFileInfo>
@@ -10,15 +11,6 @@
 #include <cmath>
 
 namespace {
-
-// BIGINT and DOUBLE PRECISION: 64-bit sizes and times and full doubles on every database the store
-// runs on (SQLite maps them to INTEGER and REAL). file_modified is milliseconds since the epoch (UTC),
-// so that the up-to-date test is an exact comparison that no time-zone or DST change can upset.
-const QString kCreateTable = QStringLiteral(
-    "CREATE TABLE IF NOT EXISTS track_analysis( filepath TEXT PRIMARY KEY, file_size BIGINT NOT NULL, "
-    "file_modified BIGINT NOT NULL, analysed_at TEXT, duration_ms BIGINT, integrated_lufs DOUBLE PRECISION, "
-    "loudness_range_lu DOUBLE PRECISION, true_peak_dbtp DOUBLE PRECISION, cue_in_ms BIGINT, cue_out_ms "
-    "BIGINT, mix_start_ms BIGINT, gain_db DOUBLE PRECISION, error TEXT)");
 
 const QString kSelect = QStringLiteral("SELECT filepath, file_size, file_modified, analysed_at, duration_ms, "
                                        "integrated_lufs, loudness_range_lu, "
@@ -70,8 +62,7 @@ double TrackAnalysis::gainTowards(double targetLufs) const
 
 void TrackAnalysis::ensureTable()
 {
-    StoreQuery q("Creating the analysis table");
-    q.exec(kCreateTable);
+    StoreSchema::run(QStringLiteral("track-analysis"), {}, true, "Creating the analysis table");
 }
 
 TrackAnalysis TrackAnalysis::load(const QString& filePath)

@@ -2,8 +2,8 @@
 
 #include "libraryconnection.h"
 #include "librarylogging.h"
-#include "librarysql.h"
 #include "musiclibrary.h"
+#include "sqldialect.h"
 #include "storequery.h"
 
 #include <QAtomicInteger>
@@ -22,7 +22,6 @@ namespace {
 // statement is one pass over the table. Ordered by id so that a file held by two libraries gives
 // its oldest row, on either database.
 constexpr int kChunk = 400;
-const QString kEmbeddedColumns = QStringLiteral("*");
 
 QString byPathStatement(const QString& columns, int count)
 {
@@ -71,7 +70,7 @@ QHash<QString, Track> readFromServer(const QStringList& paths, int waitMs)
         {
             QSqlDatabase db = LibraryConnection::openServer(url, name);
             if (db.isOpen())
-                found = readRows(db, librarysql::serverColumns, paths);
+                found = readRows(db, SqlDialect::of(db).trackColumns(), paths);
             db.close();
         }
         QSqlDatabase::removeDatabase(name);
@@ -103,7 +102,7 @@ QHash<QString, Track> TrackDetails::fromLibrary(const QStringList& paths, int se
     const QSqlDatabase db = MusicLibrary::database();
     if (!db.isOpen())
         return {};
-    return readRows(db, kEmbeddedColumns, paths);
+    return readRows(db, SqlDialect::of(db).trackColumns(), paths);
 }
 
 void TrackDetails::fill(QList<Track>& tracks, const QList<int>& rows, int serverWaitMs)

@@ -2,6 +2,7 @@
 
 #include "jsonnumber.h"
 #include "storequery.h"
+#include "storeschema.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -142,9 +143,7 @@ void TrackParams::remove(const QString& filepath)
 
 void TrackParams::ensureTable()
 {
-    StoreQuery q("Creating the track parameters table");
-    q.exec(
-        QStringLiteral("CREATE TABLE IF NOT EXISTS track_params( filepath TEXT PRIMARY KEY, params TEXT)"));
+    StoreSchema::run(QStringLiteral("track-params"), {}, true, "Creating the track parameters table");
 }
 
 int TrackParams::trackRating(const QString& filepath)

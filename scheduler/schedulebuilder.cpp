@@ -24,7 +24,7 @@ bool ScheduleBuilder::read(const QString& libraryName, const StationFormat& form
         return false;
     }
     MusicLibrary library;
-    library.name = libraryName;
+    library.useStoredLibrary(libraryName);
     inputs->tracks = library.search(QString());
     inputs->params = TrackParams::loadAll();
     // Plays before the start that can still hold an artist or a song back; older plays are covered by

@@ -303,7 +303,7 @@ void MusicLibraryDialog::resetFilters()
 
 void MusicLibraryDialog::reloadLibraries()
 {
-    const QString remembered = lib.name;
+    const QString remembered = lib.name();
     loadingLibraries = true;
     librarySelector->clear();
     librarySelector->addItems(MusicLibrary::libraries());
@@ -318,7 +318,7 @@ void MusicLibraryDialog::reloadLibraries()
 
 QString MusicLibraryDialog::statusText() const
 {
-    QString text = QStringLiteral("Library \"%1\"  -  Tracks: %2").arg(lib.name).arg(table->rowCount());
+    QString text = QStringLiteral("Library \"%1\"  -  Tracks: %2").arg(lib.name()).arg(table->rowCount());
     const QString problem = watcher ? watcher->problem() : QString();
     if (!problem.isEmpty())
         text += QStringLiteral("  -  ") + problem;
@@ -330,14 +330,14 @@ void MusicLibraryDialog::onLibraryChangedElsewhere()
     // Only reads: a write here (setLibrary creates its library) would notify the other windows, whose
     // refresh would notify this one again, without end.
     const QStringList names = MusicLibrary::libraries();
-    if (!names.contains(lib.name)) {
+    if (!names.contains(lib.name())) {
         reloadLibraries(); // the library shown here was deleted elsewhere
         return;
     }
     loadingLibraries = true;
     librarySelector->clear();
     librarySelector->addItems(names);
-    librarySelector->setCurrentIndex(int(names.indexOf(lib.name)));
+    librarySelector->setCurrentIndex(int(names.indexOf(lib.name())));
     loadingLibraries = false;
     // Whoever is typing in the search or filter boxes keeps the text, the cursor and the focus; the
     // table keeps its place.
@@ -472,7 +472,7 @@ void MusicLibraryDialog::showTableContextMenu(const QPoint& pos)
     QAction* addToPlaylist = menu.addAction(QStringLiteral("Add to playlist"));
     QAction* edit = stream ? menu.addAction(QStringLiteral("Edit stream…")) : nullptr;
     QAction* category = menu.addAction(QStringLiteral("Set category…"));
-    category->setEnabled(!lib.folderMode); // a folder read into memory has no stored categories
+    category->setEnabled(!lib.folderMode()); // a folder read into memory has no stored categories
     QAction* chosen = menu.exec(table->viewport()->mapToGlobal(pos));
     if (!chosen)
         return;
@@ -486,7 +486,7 @@ void MusicLibraryDialog::showTableContextMenu(const QPoint& pos)
 
 void MusicLibraryDialog::setCategoryOfSelection()
 {
-    if (lib.folderMode)
+    if (lib.folderMode())
         return;
     // Column 11 holds every entry's path or stream URL, whatever order the table is sorted in.
     QStringList paths;
@@ -499,7 +499,7 @@ void MusicLibraryDialog::setCategoryOfSelection()
         paths << table->item(table->currentRow(), 11)->text();
     if (paths.isEmpty())
         return;
-    const QStringList categories = TrackCategories::categoriesInUse(lib.name);
+    const QStringList categories = TrackCategories::categoriesInUse(lib.name());
     bool ok = false;
     const QString category =
         QInputDialog::getItem(this, QStringLiteral("Set category"),
@@ -508,7 +508,7 @@ void MusicLibraryDialog::setCategoryOfSelection()
             .trimmed();
     if (!ok || category.isEmpty())
         return;
-    const int changed = TrackCategories::setCategory(lib.name, paths, category);
+    const int changed = TrackCategories::setCategory(lib.name(), paths, category);
     refreshTable();
     statusLabel->setText(QStringLiteral("Category \"%1\" set for %2 track(s)").arg(category).arg(changed));
 }

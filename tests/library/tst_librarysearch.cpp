@@ -445,7 +445,7 @@ void TestLibrarySearch::folderLibraryFiltersInMemoryKeepingTheStoredOrder()
     QCOMPARE(folder.loadFolder(kFixtures + QStringLiteral("/tagged")), 8);
     // Stored order is the folder listing's, not sorted by artist.
     QStringList expected;
-    for (const Track& t : folder.tracks) {
+    for (const Track& t : folder.tracks()) {
         if (t.artist.contains(QStringLiteral("artist"), Qt::CaseInsensitive) ||
             t.title.contains(QStringLiteral("artist"), Qt::CaseInsensitive))
             expected << t.title;

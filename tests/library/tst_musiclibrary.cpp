@@ -106,9 +106,9 @@ void TestMusicLibrary::cleanupTestCase()
 void TestMusicLibrary::newObjectIsInDatabaseModeWithNoNameAndNoTracks()
 {
     const MusicLibrary lib;
-    QVERIFY(!lib.folderMode);
-    QVERIFY(lib.name.isEmpty());
-    QVERIFY(lib.tracks.isEmpty());
+    QVERIFY(!lib.folderMode());
+    QVERIFY(lib.name().isEmpty());
+    QVERIFY(lib.tracks().isEmpty());
     QCOMPARE(lib.trackCount(), 0);
 }
 
@@ -118,7 +118,7 @@ void TestMusicLibrary::anObjectWithAnEmptyNameAddressesTheRowsOfLibraryEmptyText
     unnamed.addTrack(makeTrack(QStringLiteral("A"), QStringLiteral("First"), QStringLiteral("/m/a.mp3")));
     MusicLibrary blank;
     QVERIFY(blank.setLibrary(QStringLiteral("   ")));
-    QVERIFY(blank.name.isEmpty());
+    QVERIFY(blank.name().isEmpty());
     blank.addStream(QStringLiteral("Radio"), QStringLiteral("http://radio.example/"));
     QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks WHERE library=''")).toInt(), 2);
     QVERIFY(MusicLibrary::libraries().isEmpty());
@@ -204,11 +204,11 @@ void TestMusicLibrary::setLibraryTrimsTheNameCreatesTheRowAndLeavesFolderMode()
 {
     MusicLibrary lib;
     QCOMPARE(lib.loadFolder(kFixtures + QStringLiteral("/untagged")), 6);
-    QVERIFY(lib.folderMode);
+    QVERIFY(lib.folderMode());
     QVERIFY(lib.setLibrary(QStringLiteral("  Evening  ")));
-    QVERIFY(!lib.folderMode);
-    QVERIFY(lib.tracks.isEmpty());
-    QCOMPARE(lib.name, QStringLiteral("Evening"));
+    QVERIFY(!lib.folderMode());
+    QVERIFY(lib.tracks().isEmpty());
+    QCOMPARE(lib.name(), QStringLiteral("Evening"));
     QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Evening")});
     QVERIFY(lib.setLibrary(QStringLiteral("   "))); // always true, even when nothing can be created
     QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Evening")});
@@ -640,7 +640,7 @@ void TestMusicLibrary::addFolderOfAVanishedFolderAddsNothing()
     QCOMPARE(lib.trackCount(), 0);
     MusicLibrary folder;
     QCOMPARE(folder.loadFolder(QStringLiteral("/no/such/folder/anywhere")), 0);
-    QVERIFY(folder.folderMode);
+    QVERIFY(folder.folderMode());
 }
 
 void TestMusicLibrary::loadFolderReadsTheFolderIntoMemoryAndWritesNothing()
@@ -648,22 +648,22 @@ void TestMusicLibrary::loadFolderReadsTheFolderIntoMemoryAndWritesNothing()
     MusicLibrary lib;
     const QString path = kFixtures + QStringLiteral("/tagged");
     QCOMPARE(lib.loadFolder(path), 8);
-    QVERIFY(lib.folderMode);
-    QCOMPARE(lib.name, path);
-    QCOMPARE(lib.tracks.size(), 8);
+    QVERIFY(lib.folderMode());
+    QCOMPARE(lib.name(), path);
+    QCOMPARE(lib.tracks().size(), 8);
     QCOMPARE(lib.trackCount(), 8);
     QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks")).toInt(), 0);
     QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM libraries")).toInt(), 0);
     // Sorted by name as listed: "Name Artist - ..." sorts before the lower-case names.
-    QCOMPARE(lib.tracks.first().title, QStringLiteral("Name Song"));
+    QCOMPARE(lib.tracks().first().title, QStringLiteral("Name Song"));
     qint64 sum = 0;
-    for (const Track& t : lib.tracks)
+    for (const Track& t : lib.tracks())
         sum += t.durationMs;
     QCOMPARE(lib.totalDurationMs(), sum);
     QVERIFY(sum > 6 * 2400);
     // Loading again starts from an empty list.
     QCOMPARE(lib.loadFolder(kFixtures + QStringLiteral("/scan")), 4);
-    QCOMPARE(lib.tracks.size(), 4);
+    QCOMPARE(lib.tracks().size(), 4);
 }
 
 void TestMusicLibrary::folderModeOperationsActOnTheInMemoryList()
@@ -671,17 +671,17 @@ void TestMusicLibrary::folderModeOperationsActOnTheInMemoryList()
     MusicLibrary lib;
     QCOMPARE(lib.loadFolder(kFixtures + QStringLiteral("/untagged")), 6);
     lib.addStream(QString(), QStringLiteral(" http://radio.example/x "));
-    QCOMPARE(lib.tracks.size(), 7);
-    QCOMPARE(lib.tracks.last().filePath, QStringLiteral("http://radio.example/x"));
-    QVERIFY(lib.tracks.last().isStream);
+    QCOMPARE(lib.tracks().size(), 7);
+    QCOMPARE(lib.tracks().last().filePath, QStringLiteral("http://radio.example/x"));
+    QVERIFY(lib.tracks().last().isStream);
     lib.updateStream(QStringLiteral("http://radio.example/x"), QStringLiteral("T"),
                      QStringLiteral("http://y/"));
-    QCOMPARE(lib.tracks.last().filePath, QStringLiteral("http://radio.example/x")); // does nothing here
+    QCOMPARE(lib.tracks().last().filePath, QStringLiteral("http://radio.example/x")); // does nothing here
     QCOMPARE(lib.updateDuration(QStringLiteral("http://radio.example/x"), 5), 0);
 
     const QString song = kFixtures + QStringLiteral("/untagged/Artist - Song.mp3");
     QCOMPARE(lib.updateDuration(song, 123456), 1);
-    for (const Track& t : lib.tracks)
+    for (const Track& t : lib.tracks())
         QCOMPARE(t.durationMs == 123456, t.filePath == song);
     lib.addTrack(makeTrack(QStringLiteral("Z"), QStringLiteral("Added"), song));
     QCOMPARE(lib.updateDuration(song, 1000), 2);
@@ -689,7 +689,7 @@ void TestMusicLibrary::folderModeOperationsActOnTheInMemoryList()
     QCOMPARE(scalar(QStringLiteral("SELECT COUNT(*) FROM tracks")).toInt(), 0);
     lib.clear();
     QCOMPARE(lib.trackCount(), 0);
-    QVERIFY(lib.folderMode);
+    QVERIFY(lib.folderMode());
 }
 
 void TestMusicLibrary::removeMissingFilesInFolderModeDropsTheEntriesWhoseFilesAreGone()
@@ -702,9 +702,9 @@ void TestMusicLibrary::removeMissingFilesInFolderModeDropsTheEntriesWhoseFilesAr
     lib.addStream(QStringLiteral("R"), QStringLiteral("http://r/"));
     QVERIFY(QFile::remove(dir.path() + QStringLiteral("/lose.mp3")));
     QCOMPARE(lib.removeMissingFiles(), 1);
-    QCOMPARE(lib.tracks.size(), 2);
-    QCOMPARE(lib.tracks.first().filePath, dir.path() + QStringLiteral("/keep.mp3"));
-    QVERIFY(lib.tracks.last().isStream);
+    QCOMPARE(lib.tracks().size(), 2);
+    QCOMPARE(lib.tracks().first().filePath, dir.path() + QStringLiteral("/keep.mp3"));
+    QVERIFY(lib.tracks().last().isStream);
 }
 
 void TestMusicLibrary::filesWithoutDurationListsFileEntriesWithoutLengthInListingOrder()
@@ -748,7 +748,7 @@ void TestMusicLibrary::filesWithoutDurationInFolderModeKeepsTheStoredOrder()
     QCOMPARE(lib.loadFolder(kFixtures + QStringLiteral("/bad")), 4);
     lib.addStream(QStringLiteral("R"), QStringLiteral("http://r/"));
     QStringList expected;
-    for (const Track& t : lib.tracks) {
+    for (const Track& t : lib.tracks()) {
         if (!t.isStream)
             expected << t.filePath;
     }

@@ -71,7 +71,7 @@ void TestSharedLibrary::twoStudiosImportingAtOnceLoseNothingAndAThirdWindowShows
     auto* table = window.findChild<QTableWidget*>(QStringLiteral("trackTable"));
     auto* status = window.findChild<QLabel*>(QStringLiteral("statusLabel"));
     QVERIFY(table && status);
-    QCOMPARE(window.library().name, QStringLiteral("Default"));
+    QCOMPARE(window.library().name(), QStringLiteral("Default"));
     QCOMPARE(table->rowCount(), 0);
     // Someone types in a filter box while tracks arrive; what they typed stays.
     QLineEdit* nameFilter = nullptr;

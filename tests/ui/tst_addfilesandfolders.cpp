@@ -186,7 +186,7 @@ private slots:
         QCOMPARE(status->text(), QStringLiteral("Added 2 file(s)"));
         // This store counts every supported path it is given, present or not, and so does the text.
         MusicLibrary probe;
-        probe.setLibrary(dialog->library().name);
+        probe.setLibrary(dialog->library().name());
         const int before = probe.trackCount();
         chooseFiles(dir, {QStringLiteral("track001.wav"), QStringLiteral("track002.wav")});
         dialog->addFiles();

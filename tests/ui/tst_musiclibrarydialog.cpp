@@ -135,7 +135,7 @@ private slots:
         QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("Default")});
         auto* selector = dialog->findChild<QComboBox*>(QStringLiteral("librarySelector"));
         QCOMPARE(selector->currentText(), QStringLiteral("Default"));
-        QCOMPARE(dialog->library().name, QStringLiteral("Default"));
+        QCOMPARE(dialog->library().name(), QStringLiteral("Default"));
         QCOMPARE(status->text(), QStringLiteral("Library \"Default\"  -  Tracks: 0"));
         QCOMPARE(table->rowCount(), 0);
     }
@@ -719,7 +719,7 @@ private slots:
         QCOMPARE(selector->currentText(), QStringLiteral("Default"));
         QCOMPARE(table->rowCount(), 0);
         selector->setCurrentIndex(selector->findText(QStringLiteral("Rock")));
-        QCOMPARE(dialog->library().name, QStringLiteral("Rock"));
+        QCOMPARE(dialog->library().name(), QStringLiteral("Rock"));
         QCOMPARE(table->rowCount(), 1);
         QCOMPARE(status->text(), QStringLiteral("Library \"Rock\"  -  Tracks: 1"));
     }

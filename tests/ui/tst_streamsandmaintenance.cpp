@@ -256,7 +256,7 @@ private slots:
         QCOMPARE(asked, QStringLiteral("New library|Library name:||normal echo"));
         QCOMPARE(MusicLibrary::libraries(), (QStringList{QStringLiteral("Default"), QStringLiteral("Jazz")}));
         QCOMPARE(selector->currentText(), QStringLiteral("Jazz"));
-        QCOMPARE(dialog->library().name, QStringLiteral("Jazz"));
+        QCOMPARE(dialog->library().name(), QStringLiteral("Jazz"));
         QCOMPARE(status->text(), QStringLiteral("Library \"Jazz\"  -  Tracks: 0"));
         QCOMPARE(changed.size(), 1);
     }
@@ -290,7 +290,7 @@ private slots:
         QCOMPARE(seen.text, QStringLiteral("Could not create library (name may already exist)."));
         QCOMPARE(seen.icon, QMessageBox::Warning);
         QCOMPARE(selector->currentText(), QStringLiteral("Default"));
-        QCOMPARE(dialog->library().name, QStringLiteral("Default"));
+        QCOMPARE(dialog->library().name(), QStringLiteral("Default"));
         QCOMPARE(MusicLibrary::libraries().size(), 2);
         QCOMPARE(changed.size(), 0);
     }
@@ -328,7 +328,7 @@ private slots:
         dialog->deleteLibrary();
         QCOMPARE(MusicLibrary::libraries(), QStringList{QStringLiteral("abba")});
         QCOMPARE(selector->currentText(), QStringLiteral("abba"));
-        QCOMPARE(dialog->library().name, QStringLiteral("abba"));
+        QCOMPARE(dialog->library().name(), QStringLiteral("abba"));
     }
 
     void answeringNoKeepsTheLibrary()
