@@ -138,6 +138,11 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
         log(reason);
         statusBar()->showMessage(reason);
     });
+    // Parameters another studio changed recolour the list (ours come from the store's own signal).
+    connect(watcher, &LibraryWatcher::paramsChanged, repaint, [repaint] {
+        if (!repaint->isActive())
+            repaint->start();
+    });
     connect(watcher, &LibraryWatcher::connectionRestored, this, [this] {
         const QString text = serverBack.arg(LibraryConnection::url().displayText());
         log(text);
