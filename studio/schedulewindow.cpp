@@ -163,9 +163,17 @@ void ScheduleWindow::setFormatFile(const QString& path)
 
 void ScheduleWindow::reloadLibraries()
 {
+    // One read at a time, and one more for all asked meanwhile: a server that hangs would otherwise
+    // collect a queue of them.
+    if (m_readingLibraries) {
+        m_librariesAgain = true;
+        return;
+    }
+    m_readingLibraries = true;
     m_reader->read([this] {
         const QStringList names = MusicLibrary::libraries();
         return StoreReader::Answer([this, names] {
+            m_readingLibraries = false;
             const QString current = m_library->currentText();
             m_library->clear();
             m_library->addItems(names);
@@ -174,6 +182,8 @@ void ScheduleWindow::reloadLibraries()
                 m_library->setCurrentIndex(index);
             if (names.isEmpty() && !m_reader->problem().isEmpty())
                 m_status->setText(m_reader->problem());
+            if (std::exchange(m_librariesAgain, false))
+                reloadLibraries();
         });
     });
 }

@@ -72,5 +72,7 @@ private:
     QFutureWatcher<Schedule>* m_watcher = nullptr;
     StoreReader* m_reader = nullptr;
     bool m_readingInputs = false;
+    bool m_readingLibraries = false;
+    bool m_librariesAgain = false; // asked again while a read was under way
     Schedule m_schedule;
 };
