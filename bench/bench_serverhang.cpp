@@ -50,10 +50,11 @@ QString makeTone(const QString& dir, const QString& name, int frequency, int sec
 {
     const QString path = QDir(dir).filePath(name);
     QProcess sox;
-    sox.start(QStringLiteral("sox"), {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"),
-                                      QStringLiteral("-c"), QStringLiteral("2"), path, QStringLiteral("synth"),
-                                      QString::number(seconds), QStringLiteral("sine"),
-                                      QString::number(frequency), QStringLiteral("vol"), QStringLiteral("0.5")});
+    sox.start(QStringLiteral("sox"),
+              {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"), QStringLiteral("-c"),
+               QStringLiteral("2"), path, QStringLiteral("synth"), QString::number(seconds),
+               QStringLiteral("sine"), QString::number(frequency), QStringLiteral("vol"),
+               QStringLiteral("0.5")});
     sox.waitForFinished(60000);
     return QFile::exists(path) ? path : QString();
 }

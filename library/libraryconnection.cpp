@@ -198,8 +198,10 @@ QString LibraryConnection::connectOptionsFor(const DatabaseUrl& url)
 {
     // Seconds idle before the first keepalive probe, seconds between probes, probes unanswered, and
     // milliseconds sent data may stay unacknowledged: a server lost on the network is noticed within
-    // 3 + 2 * 3 = 9 s, whether the connection is idle or waits for an answer. Unix sockets ignore them.
-    // Options of the URL come last, so that one given there wins.
+    // 3 + 2 * 3 = 9 s, whether the connection is idle or waits for an answer. Unix sockets ignore them,
+    // and a server process that is stopped on a host that still answers is not noticed this way (its
+    // kernel acknowledges): LibraryWatcher finds that one. Options of the URL come last, so that one
+    // given there wins.
     QString options = QStringLiteral(
         "keepalives=1;keepalives_idle=3;keepalives_interval=2;keepalives_count=3;tcp_user_timeout=9000");
     if (!url.connectOptions.isEmpty())

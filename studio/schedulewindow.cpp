@@ -251,8 +251,8 @@ void ScheduleWindow::preview()
             m_readingInputs = false;
             if (!ok) {
                 // The store's own words say more than "cannot be opened" when a server is away.
-                showFailure(m_reader->problem().isEmpty() ? error
-                                                          : QStringLiteral("%1 (%2)").arg(error, m_reader->problem()));
+                const QString problem = m_reader->problem();
+                showFailure(problem.isEmpty() ? error : QStringLiteral("%1 (%2)").arg(error, problem));
                 return;
             }
             startGenerator(inputs, stationFormat, from, hours, seed);
@@ -264,8 +264,9 @@ void ScheduleWindow::startGenerator(const ScheduleBuilder::Inputs& inputs, const
                                     const QDateTime& from, int hours, quint64 seed)
 {
     m_status->setText(QStringLiteral("Scheduling…"));
-    m_watcher->setFuture(QtConcurrent::run(
-        [inputs, format, from, hours, seed] { return ScheduleBuilder::generate(inputs, format, from, hours, seed); }));
+    m_watcher->setFuture(QtConcurrent::run([inputs, format, from, hours, seed] {
+        return ScheduleBuilder::generate(inputs, format, from, hours, seed);
+    }));
 }
 
 void ScheduleWindow::showSchedule()
