@@ -132,10 +132,9 @@ QSqlDatabase LibraryConnection::database()
         return create();
     if (!g_state.server)
         return QSqlDatabase::database(kConnectionName, true);
-    QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
-    if (!db.isOpen())
-        reopen(db);
-    return db;
+    // A lost server is reopened by check() on the watcher's timer only: a caller here gets the closed
+    // connection at once, so every store call gives its neutral result without a connect attempt.
+    return QSqlDatabase::database(kConnectionName, false);
 }
 
 QSqlDatabase LibraryConnection::create()
@@ -194,7 +193,22 @@ void LibraryConnection::configure(QSqlDatabase& db, const DatabaseUrl& url)
     if (!url.password.isEmpty())
         db.setPassword(url.password);
     db.setDatabaseName(url.databaseName);
-    db.setConnectOptions(url.connectOptions);
+    db.setConnectOptions(connectOptionsFor(url));
+}
+
+QString LibraryConnection::connectOptionsFor(const DatabaseUrl& url)
+{
+    // Seconds idle before the first keepalive probe, seconds between probes, probes unanswered, and
+    // milliseconds sent data may stay unacknowledged: a server lost on the network is noticed within
+    // 3 + 2 * 3 = 9 s, whether the connection is idle or waits for an answer. Unix sockets ignore them,
+    // and a server process that is stopped on a host that still answers is not noticed this way (its
+    // kernel acknowledges): LibraryWatcher finds that one. Options of the URL come last, so that one
+    // given there wins.
+    QString options = QStringLiteral(
+        "keepalives=1;keepalives_idle=3;keepalives_interval=2;keepalives_count=3;tcp_user_timeout=9000");
+    if (!url.connectOptions.isEmpty())
+        options += QLatin1Char(';') + url.connectOptions;
+    return options;
 }
 
 QSqlDatabase LibraryConnection::openServer(const DatabaseUrl& url, const QString& connectionName)
@@ -247,6 +261,19 @@ void LibraryConnection::markLost(QSqlDatabase& db, const QString& reason)
     // Closing also drops the driver's socket notifier for notifications on the dead socket.
     db.close();
     // The first attempt to reconnect may follow at once: a restarted server is often back already.
+    g_state.sinceAttempt.invalidate();
+}
+
+void LibraryConnection::markAway(const QString& reason)
+{
+    if (!g_state.server || !QSqlDatabase::contains(kConnectionName) ||
+        (g_state.owner && QThread::currentThread() != g_state.owner))
+        return;
+    QSqlDatabase db = QSqlDatabase::database(kConnectionName, false);
+    g_state.problem = reason.isEmpty() ? lostText(QStringLiteral("the connection was closed")) : reason;
+    qCWarning(lcLibrary).noquote() << g_state.problem;
+    // Closing sends one small farewell the kernel takes at once, even from a server that is stopped.
+    db.close();
     g_state.sinceAttempt.invalidate();
 }
 
@@ -357,6 +384,8 @@ bool LibraryConnection::check()
     QSqlDatabase db = database();
     if (!g_state.server)
         return db.isOpen();
+    if (!db.isOpen())
+        reopen(db);
     if (!db.isOpen())
         return false;
     QSqlQuery probe(db);

@@ -13,9 +13,11 @@ class QSqlError;
 // or a PostgreSQL server named by DatabaseUrl::configured() that several studios share.
 //
 // A server can go away while a program runs. A statement that fails is reported here; when the
-// connection turns out to be gone it is closed, every store operation meanwhile gives its neutral
-// result, and database() opens it again by itself (at most once per reconnect interval, so that a
-// server that does not answer never stalls each call).
+// connection turns out to be gone it is closed, and every store operation meanwhile gives its neutral
+// result at once. Only check() opens it again (at most once per reconnect interval), which the library
+// watcher calls on its timer once its own thread has reached the server: a caller of database() never
+// waits for a connect attempt. A server that stops answering without closing the connection is found
+// by the watcher, which calls markAway().
 //
 // A worker thread that reads or writes the store (so that the playout never waits on a server) opens a
 // connection of its own with openThreadConnection(); from then on every store operation on that thread
@@ -47,8 +49,16 @@ public:
     // themselves: counts the failure and, on a server, checks whether the connection is lost.
     static void reportFailure(const QSqlError& error);
     // On a server: checks that the connection answers (and reopens it when it is due). Returns
-    // whether the library can be used.
+    // whether the library can be used. May wait for the server: the watcher calls it only after its
+    // own thread got an answer.
     static bool check();
+    // The server does not answer (the watcher's question is open too long): the shared connection is
+    // closed, so that store calls give their neutral result at once, and `reason` (empty: "the
+    // connection was closed") is the problem until check() reconnects. Logged.
+    static void markAway(const QString& reason);
+    // The options given to libpq for a server of `url`: keepalive and send time-outs first, then the
+    // URL's own.
+    static QString connectOptionsFor(const DatabaseUrl& url);
 
     // Makes the next connection use `url` (empty: the embedded database) instead of the configured
     // one; for tools that work on a given database.

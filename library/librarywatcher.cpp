@@ -30,12 +30,14 @@ class ServerProbe : public QObject
 public:
     void ask()
     {
-        LibraryConnection::check();
-        emit answered();
+        const bool reached = LibraryConnection::check();
+        emit answered(reached, LibraryConnection::problem());
     }
 
 signals:
-    void answered();
+    // Whether the server answered on the probe's connection (false also when it refused at once), and
+    // why not.
+    void answered(bool reached, const QString& problem);
 };
 
 LibraryWatcher::LibraryWatcher(QObject* parent) : QObject(parent)
@@ -82,14 +84,28 @@ void LibraryWatcher::checkConnection()
     usable = false;
     const QString reason =
         QStringLiteral("The database server %1 does not answer").arg(LibraryConnection::url().displayText());
-    qCWarning(lcLibrary).noquote() << reason;
+    // From now on store calls give their neutral result at once instead of waiting on the server.
+    LibraryConnection::markAway(reason);
     emit connectionLost(reason);
 }
 
-void LibraryWatcher::onProbeAnswered()
+void LibraryWatcher::onProbeAnswered(bool reached, const QString& probeProblem)
 {
     probeSentMs = -1;
     // The server answers (or refuses at once): the shared connection can be asked without hanging.
+    // A closed one is reopened only after the probe reached the server, so that the window's thread
+    // never waits out a connect attempt to a server that is not there.
+    if (!reached && !LibraryConnection::database().isOpen()) {
+        // The driver closes a connection it finds broken by itself (its notifications' socket ended):
+        // the probe's words say why.
+        if (LibraryConnection::problem().isEmpty())
+            LibraryConnection::markAway(probeProblem);
+        if (usable) {
+            usable = false;
+            emit connectionLost(LibraryConnection::problem());
+        }
+        return;
+    }
     checkSharedConnection();
 }
 
@@ -125,10 +141,15 @@ void LibraryWatcher::onNotification(const QString& name, QSqlDriver::Notificatio
                                     const QVariant& payload)
 {
     // This program's own changes are already on its screen. The payload names the changed table;
-    // plays going on air (as_run), analyses and track parameters change nothing a library list shows.
+    // plays going on air (as_run) and analyses change nothing a library list shows, track parameters
+    // only the playlist's colours.
     if (name != PgSchema::kChannel || source == QSqlDriver::SelfSource)
         return;
     const QString table = payload.toString();
+    if (table == QLatin1String("track_params")) {
+        emit paramsChanged();
+        return;
+    }
     if (table != QLatin1String("tracks") && table != QLatin1String("libraries"))
         return;
     if (!settleTimer->isActive())

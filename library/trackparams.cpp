@@ -3,6 +3,7 @@
 #include "jsonnumber.h"
 #include "storequery.h"
 #include "storeschema.h"
+#include "trackparamschanges.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -133,12 +134,14 @@ void TrackParams::save(const QString& filepath, const TrackParams& params)
     q.run(QStringLiteral("INSERT INTO track_params(filepath,params) VALUES(?,?) ON CONFLICT(filepath) DO "
                          "UPDATE SET params=excluded.params"),
           {filepath, QString::fromUtf8(params.toJson())});
+    TrackParamsChanges::announce(filepath);
 }
 
 void TrackParams::remove(const QString& filepath)
 {
     StoreQuery q("Removing track parameters");
     q.run(QStringLiteral("DELETE FROM track_params WHERE filepath=?"), {filepath});
+    TrackParamsChanges::announce(filepath);
 }
 
 void TrackParams::ensureTable()

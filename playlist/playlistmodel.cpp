@@ -3,6 +3,7 @@
 #include "musiclibrary.h"
 
 #include "trackparams.h"
+#include "trackparamschanges.h"
 
 #include <QBrush>
 #include <QColor>
@@ -12,6 +13,7 @@
 #include <QLocale>
 #include <QMimeData>
 #include <QRandomGenerator64>
+#include <QTimer>
 #include <QUrl>
 
 #include <algorithm>
@@ -89,6 +91,13 @@ QString PlaylistModel::rowsMimeType()
 PlaylistModel::PlaylistModel(QObject* parent)
     : QAbstractTableModel(parent), m_startAnchor(QTime::currentTime())
 {
+    // Zero milliseconds: the files one repaint asks for are read together once it is over.
+    m_colourReadTimer = new QTimer(this);
+    m_colourReadTimer->setSingleShot(true);
+    m_colourReadTimer->setInterval(0);
+    connect(m_colourReadTimer, &QTimer::timeout, this, &PlaylistModel::readColours);
+    connect(TrackParamsChanges::instance(), &TrackParamsChanges::changed, this,
+            &PlaylistModel::readColourAgain);
 }
 
 // --- item model ---------------------------------------------------------------------------
@@ -242,6 +251,60 @@ QVariant PlaylistModel::fontData(int row) const
 void PlaylistModel::setParamsSource(ParamsSource source)
 {
     m_paramsSource = std::move(source);
+    m_hasVoiceover.clear();
+    m_coloursToRead.clear();
+}
+
+bool PlaylistModel::readHasVoiceover(const QString& filePath) const
+{
+    const TrackParams params = m_paramsSource ? m_paramsSource(filePath) : TrackParams::load(filePath);
+    return params.voiceoverIns >= 1 && !params.voiceoverSource.isEmpty();
+}
+
+bool PlaylistModel::storeColour(const QString& filePath, bool hasVoiceover)
+{
+    const auto known = m_hasVoiceover.constFind(filePath);
+    // A file never painted with a voiceover looked the same before its first read.
+    const bool before = known != m_hasVoiceover.constEnd() && *known;
+    m_hasVoiceover.insert(filePath, hasVoiceover);
+    return before != hasVoiceover;
+}
+
+void PlaylistModel::readColours()
+{
+    const QSet<QString> files = std::exchange(m_coloursToRead, {});
+    QSet<QString> changed;
+    for (const QString& file : files)
+        if (storeColour(file, readHasVoiceover(file)))
+            changed.insert(file);
+    emitColoursChanged(changed);
+}
+
+void PlaylistModel::readColourAgain(const QString& filePath)
+{
+    // Only a file the list has painted matters; it is read now, once, not at the next repaint.
+    if (!m_hasVoiceover.contains(filePath) && !m_coloursToRead.contains(filePath))
+        return;
+    m_coloursToRead.remove(filePath);
+    if (storeColour(filePath, readHasVoiceover(filePath)))
+        emitColoursChanged({filePath});
+}
+
+void PlaylistModel::emitColoursChanged(const QSet<QString>& filePaths)
+{
+    if (filePaths.isEmpty())
+        return;
+    int first = -1;
+    int last = -1;
+    for (int row = 0; row < m_rows.size(); ++row) {
+        if (!filePaths.contains(m_rows.at(row).filePath))
+            continue;
+        if (first < 0)
+            first = row;
+        last = row;
+    }
+    if (first >= 0)
+        emit dataChanged(index(first, 0), index(last, ColumnCount - 1), {Qt::BackgroundRole});
 }
 
 QVariant PlaylistModel::backgroundData(int row) const
@@ -255,9 +318,13 @@ QVariant PlaylistModel::backgroundData(int row) const
         return QBrush(kCurrentBackground);
     if (track.isStream || track.filePath.isEmpty())
         return {};
-    // Read on every request on purpose: an editor elsewhere may have just changed the parameters.
-    const TrackParams params = m_paramsSource ? m_paramsSource(track.filePath) : TrackParams::load(track.filePath);
-    if (params.voiceoverIns >= 1 && !params.voiceoverSource.isEmpty())
+    const auto known = m_hasVoiceover.constFind(track.filePath);
+    if (known == m_hasVoiceover.constEnd()) {
+        m_coloursToRead.insert(track.filePath);
+        m_colourReadTimer->start();
+        return {};
+    }
+    if (*known)
         return QBrush(kVoiceoverBackground);
     return {};
 }
@@ -792,6 +859,16 @@ void PlaylistModel::setStartAnchor(const QTime& anchor)
 
 void PlaylistModel::refresh()
 {
+    // Files no longer in the list are forgotten; the others are read again after this repaint.
+    QSet<QString> inList;
+    for (const Track& track : std::as_const(m_rows))
+        if (m_hasVoiceover.contains(track.filePath))
+            inList.insert(track.filePath);
+    for (auto it = m_hasVoiceover.begin(); it != m_hasVoiceover.end();)
+        it = inList.contains(it.key()) ? std::next(it) : m_hasVoiceover.erase(it);
+    m_coloursToRead.unite(inList);
+    if (!m_coloursToRead.isEmpty())
+        m_colourReadTimer->start();
     emitWholeTableChanged();
 }
 

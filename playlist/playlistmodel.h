@@ -16,6 +16,7 @@
 #include <functional>
 
 class QMimeData;
+class QTimer;
 
 // True for a trimmed text that begins, in any letter case, with "http://", "https://", "mms://",
 // "rtsp://" or "rtmp://".
@@ -99,9 +100,11 @@ public:
     // Sum of durationMs over all rows, milliseconds.
     qint64 totalDuration() const;
 
-    // Where the background colour finds a file's parameters. Unset, each request reads the store;
-    // the studio hands in the playout's read-ahead view, so that a server that does not answer
-    // never holds a repaint.
+    // Where the background colour finds a file's parameters (unset: the store); the studio hands in
+    // the playout's read-ahead view, so that a server that does not answer never holds a repaint.
+    // What the colour needs is kept per file and read off the paint path: a file painted for the
+    // first time is read just after (and its rows repainted), and again when its parameters change
+    // (TrackParamsChanges) or refresh() is called. A repaint itself never reads.
     using ParamsSource = std::function<TrackParams(const QString& filePath)>;
     void setParamsSource(ParamsSource source);
 
@@ -147,7 +150,8 @@ public slots:
     // Re-anchors the schedule (tests fix it; a station may align it to the actual start) and
     // recomputes start times.
     void setStartAnchor(const QTime& anchor);
-    // Repaints every row (for example after track parameters changed in the store).
+    // Reads the colours' parameters again and repaints every row (for example after track parameters
+    // changed on another machine).
     void refresh();
 
 signals:
@@ -167,6 +171,13 @@ private:
     QVariant backgroundData(int row) const;
     QVariant foregroundData(int row, int column) const;
     QVariant fontData(int row) const;
+    // The colour cache: reads what painting asked for, or one file whose parameters changed.
+    void readColours();
+    void readColourAgain(const QString& filePath);
+    bool readHasVoiceover(const QString& filePath) const;
+    // Stores a file's colour input; returns whether it differs from what was painted.
+    bool storeColour(const QString& filePath, bool hasVoiceover);
+    void emitColoursChanged(const QSet<QString>& filePaths);
 
     QHash<int, MixOverride> m_rowMixOverrides;
     QList<int> m_queue;
@@ -178,4 +189,8 @@ private:
     int m_currentRow = -1;
     QTime m_startAnchor;
     ParamsSource m_paramsSource;
+    // Whether a file's parameters hold a voiceover, by file path; files painted but not read yet.
+    QHash<QString, bool> m_hasVoiceover;
+    mutable QSet<QString> m_coloursToRead;
+    QTimer* m_colourReadTimer = nullptr;
 };

@@ -3,6 +3,7 @@
 #include "asruncsv.h"
 #include "asrunlog.h"
 #include "asrunrecorder.h"
+#include "storereader.h"
 #include "track.h"
 
 #include <QDateEdit>
@@ -78,6 +79,11 @@ AsRunWindow::AsRunWindow(QWidget* parent) : QDialog(parent)
     connect(m_date, &QDateEdit::dateChanged, this, &AsRunWindow::refresh);
     connect(m_refresh, &QPushButton::clicked, this, &AsRunWindow::refresh);
     connect(m_export, &QPushButton::clicked, this, &AsRunWindow::exportCsvInteractive);
+    m_reader = new StoreReader(this);
+    connect(m_reader, &StoreReader::waitingChanged, this, [this](bool waiting) {
+        if (waiting)
+            m_status->setText(StoreReader::waitingText());
+    });
     refresh();
 }
 
@@ -109,7 +115,25 @@ void AsRunWindow::setDate(const QDate& day)
 
 void AsRunWindow::refresh()
 {
-    m_entries = AsRunLog::entriesOn(date());
+    // Days asked for while a read is under way come down to one read of the day then shown.
+    if (m_reader->isBusy()) {
+        m_readAgain = true;
+        return;
+    }
+    const QDate day = date();
+    m_reader->read([this, day] {
+        const QList<AsRunEntry> entries = AsRunLog::entriesOn(day);
+        return StoreReader::Answer([this, entries] {
+            showEntries(entries);
+            if (std::exchange(m_readAgain, false))
+                refresh();
+        });
+    });
+}
+
+void AsRunWindow::showEntries(const QList<AsRunEntry>& entries)
+{
+    m_entries = entries;
     m_table->setRowCount(int(m_entries.size()));
     qint64 totalMs = 0;
     for (int row = 0; row < m_entries.size(); ++row) {
@@ -128,6 +152,9 @@ void AsRunWindow::refresh()
     m_status->setText((m_entries.size() == 1 ? QStringLiteral("1 entry")
                                              : QStringLiteral("%1 entries").arg(m_entries.size())) +
                       QStringLiteral(", %1 played").arg(playedText(totalMs)));
+    // A store that could not be read shows an empty day; the status line says why.
+    if (!m_reader->problem().isEmpty())
+        m_status->setText(m_reader->problem());
 }
 
 bool AsRunWindow::exportTo(const QString& path)

@@ -8,13 +8,15 @@
 #include <QPointer>
 
 class AsRunRecorder;
+class StoreReader;
 class QDateEdit;
 class QLabel;
 class QPushButton;
 class QTableWidget;
 
 // Shows one day of the as-run log (start, end, played, artist, title, file, ended by) and exports it
-// as CSV. Read-only: the log is written by AsRunRecorder.
+// as CSV. Read-only: the log is written by AsRunRecorder. On a shared server the day is read off the
+// window's thread (StoreReader), and the status line says so while the server is slow.
 class AsRunWindow : public QDialog
 {
     Q_OBJECT
@@ -37,6 +39,8 @@ public slots:
     void exportCsvInteractive();
 
 private:
+    void showEntries(const QList<AsRunEntry>& entries);
+
     QDateEdit* m_date = nullptr;
     QTableWidget* m_table = nullptr;
     QLabel* m_status = nullptr;
@@ -44,4 +48,6 @@ private:
     QPushButton* m_export = nullptr;
     QPointer<AsRunRecorder> m_recorder;
     QList<AsRunEntry> m_entries;
+    StoreReader* m_reader = nullptr;
+    bool m_readAgain = false; // asked again while a read was under way
 };

@@ -5,6 +5,7 @@
 #include "playlistfile.h"
 #include "schedulebuilder.h"
 #include "settingkeys.h"
+#include "storereader.h"
 #include "tracktext.h"
 
 #include <QComboBox>
@@ -134,6 +135,12 @@ ScheduleWindow::ScheduleWindow(QWidget* parent) : QDialog(parent)
         emit previewFinished();
     });
 
+    m_reader = new StoreReader(this);
+    connect(m_reader, &StoreReader::waitingChanged, this, [this](bool waiting) {
+        if (waiting)
+            m_status->setText(StoreReader::waitingText());
+    });
+
     reloadLibraries();
     setBusy(false);
 }
@@ -146,7 +153,7 @@ ScheduleWindow::~ScheduleWindow()
 
 bool ScheduleWindow::isBusy() const
 {
-    return m_watcher->isRunning();
+    return m_readingInputs || m_watcher->isRunning();
 }
 
 void ScheduleWindow::setFormatFile(const QString& path)
@@ -156,12 +163,29 @@ void ScheduleWindow::setFormatFile(const QString& path)
 
 void ScheduleWindow::reloadLibraries()
 {
-    const QString current = m_library->currentText();
-    m_library->clear();
-    m_library->addItems(MusicLibrary::libraries());
-    const int index = m_library->findText(current);
-    if (index >= 0)
-        m_library->setCurrentIndex(index);
+    // One read at a time, and one more for all asked meanwhile: a server that hangs would otherwise
+    // collect a queue of them.
+    if (m_readingLibraries) {
+        m_librariesAgain = true;
+        return;
+    }
+    m_readingLibraries = true;
+    m_reader->read([this] {
+        const QStringList names = MusicLibrary::libraries();
+        return StoreReader::Answer([this, names] {
+            m_readingLibraries = false;
+            const QString current = m_library->currentText();
+            m_library->clear();
+            m_library->addItems(names);
+            const int index = m_library->findText(current);
+            if (index >= 0)
+                m_library->setCurrentIndex(index);
+            if (names.isEmpty() && !m_reader->problem().isEmpty())
+                m_status->setText(m_reader->problem());
+            if (std::exchange(m_librariesAgain, false))
+                reloadLibraries();
+        });
+    });
 }
 
 void ScheduleWindow::chooseFormatFile()
@@ -213,18 +237,35 @@ void ScheduleWindow::preview()
     }
     const QDateTime from(m_date->date(), QTime(m_firstHour->value(), 0));
     const int hours = m_hours->value();
-    ScheduleBuilder::Inputs inputs;
-    QString error;
-    if (!ScheduleBuilder::read(m_library->currentText(), format.format, from, hours, &inputs, &error)) {
-        showFailure(error);
-        return;
-    }
+    const QString libraryName = m_library->currentText();
+    const StationFormat stationFormat = format.format;
     m_status->setText(QStringLiteral("Scheduling…"));
     m_schedule = Schedule();
+    m_readingInputs = true;
     setBusy(true);
-    const StationFormat stationFormat = format.format;
-    m_watcher->setFuture(QtConcurrent::run([inputs, stationFormat, from, hours, seed] {
-        return ScheduleBuilder::generate(inputs, stationFormat, from, hours, seed);
+    m_reader->read([this, libraryName, stationFormat, from, hours, seed] {
+        ScheduleBuilder::Inputs inputs;
+        QString error;
+        const bool ok = ScheduleBuilder::read(libraryName, stationFormat, from, hours, &inputs, &error);
+        return StoreReader::Answer([this, ok, inputs, error, stationFormat, from, hours, seed] {
+            m_readingInputs = false;
+            if (!ok) {
+                // The store's own words say more than "cannot be opened" when a server is away.
+                const QString problem = m_reader->problem();
+                showFailure(problem.isEmpty() ? error : QStringLiteral("%1 (%2)").arg(error, problem));
+                return;
+            }
+            startGenerator(inputs, stationFormat, from, hours, seed);
+        });
+    });
+}
+
+void ScheduleWindow::startGenerator(const ScheduleBuilder::Inputs& inputs, const StationFormat& format,
+                                    const QDateTime& from, int hours, quint64 seed)
+{
+    m_status->setText(QStringLiteral("Scheduling…"));
+    m_watcher->setFuture(QtConcurrent::run([inputs, format, from, hours, seed] {
+        return ScheduleBuilder::generate(inputs, format, from, hours, seed);
     }));
 }
 

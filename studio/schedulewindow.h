@@ -1,6 +1,7 @@
 #pragma once
 
 #include "schedule.h"
+#include "schedulebuilder.h"
 #include "track.h"
 
 #include <QDialog>
@@ -15,11 +16,13 @@ class QPlainTextEdit;
 class QPushButton;
 class QSpinBox;
 class QTableWidget;
+class StoreReader;
 
 // "Schedule…": builds the running order of some hours from a station format and a library of the
 // store, shows it with its start times beside the report of relaxed rules and skipped slots, and hands
-// it to the playlist or saves it as extended M3U. The library is read on the GUI thread (it owns the
-// store's connection); the generator runs on a worker thread.
+// it to the playlist or saves it as extended M3U. The library is read through a StoreReader (off the
+// window's thread on a shared server, with "waiting for the server" in the status line while it is
+// slow); the generator runs on a worker thread.
 class ScheduleWindow : public QDialog
 {
     Q_OBJECT
@@ -51,6 +54,8 @@ private:
     void showSchedule();
     void showFailure(const QString& message);
     void setBusy(bool busy);
+    void startGenerator(const ScheduleBuilder::Inputs& inputs, const StationFormat& format,
+                        const QDateTime& from, int hours, quint64 seed);
 
     QLineEdit* m_formatPath = nullptr;
     QComboBox* m_library = nullptr;
@@ -65,5 +70,9 @@ private:
     QPlainTextEdit* m_report = nullptr;
     QLabel* m_status = nullptr;
     QFutureWatcher<Schedule>* m_watcher = nullptr;
+    StoreReader* m_reader = nullptr;
+    bool m_readingInputs = false;
+    bool m_readingLibraries = false;
+    bool m_librariesAgain = false; // asked again while a read was under way
     Schedule m_schedule;
 };

@@ -129,7 +129,9 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     m_asRun = new AsRunRecorder(m_engine, this);
     connect(m_asRun, &AsRunRecorder::disabled, this, [this](const QString& reason) {
         log(asRunOff.arg(reason));
-        statusBar()->showMessage(asRunOff.arg(reason));
+        // A server that is away says more in the status line than the as-run log that follows from it.
+        const QString problem = LibraryConnection::problem();
+        statusBar()->showMessage(problem.isEmpty() ? asRunOff.arg(reason) : problem);
     });
     // A shared server going away does not stop the air; the presenter reads why the library and the
     // as-run log are missing, and when they are back.
@@ -137,6 +139,16 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     connect(watcher, &LibraryWatcher::connectionLost, this, [this](const QString& reason) {
         log(reason);
         statusBar()->showMessage(reason);
+    });
+    // The watcher reports changes; a server already away when the window opens is said at once.
+    if (!LibraryConnection::problem().isEmpty()) {
+        log(LibraryConnection::problem());
+        statusBar()->showMessage(LibraryConnection::problem());
+    }
+    // Parameters another studio changed recolour the list (ours come from the store's own signal).
+    connect(watcher, &LibraryWatcher::paramsChanged, repaint, [repaint] {
+        if (!repaint->isActive())
+            repaint->start();
     });
     connect(watcher, &LibraryWatcher::connectionRestored, this, [this] {
         const QString text = serverBack.arg(LibraryConnection::url().displayText());
