@@ -541,3 +541,20 @@ void PlayoutSequencer::checkTimed()
                            : 0;
     armTimedTimer(decision.msUntilNextHard);
 }
+
+int PlayoutSequencer::waitingTimedRow() const
+{
+    if (!m_playlist || !m_timedWatch)
+        return -1;
+    const QDateTime now = m_wallClock();
+    const QList<Track>& tracks = m_playlist->tracks();
+    for (int row = 0; row < tracks.size(); ++row) {
+        const TimedStart& timed = tracks.at(row).timed;
+        const qint64 id = m_playlist->rowId(row);
+        if (!timed.isTimed() || m_timedDone.contains(id) || (m_halted && timed.isSoft()))
+            continue;
+        if (m_timedAccepted.contains(id) || timed.at.msecsTo(now) <= m_lateLimitMs)
+            return row;
+    }
+    return -1;
+}

@@ -106,6 +106,10 @@ public:
     // The presenter pressed Stop: no timed row starts the air until a row is taken again.
     void presenterStopped();
     bool isWatchingTimed() const { return m_timedWatch; }
+    // The first timed row in list order that may still start the air: one not done, not given up
+    // as stale, and hard unless the list has run on past a STOP row; -1 for none. A headless run
+    // stays for it instead of ending at a STOP row or the end of the list.
+    int waitingTimedRow() const;
     // The timed row waiting for the current track's mix point, -1 for none.
     int pendingTimedRow() const;
     // Milliseconds until the precise timer fires for the next hard row; -1 when it is not armed.
