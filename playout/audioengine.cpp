@@ -476,6 +476,7 @@ void AudioEngine::play()
     }
     // A row held before it ever sounded is watched again, as when it was taken.
     m_sequencer->resumeSilentWait();
+    m_sequencer->resumeTimedWatch();
     deck->resume();
 }
 

@@ -79,11 +79,14 @@ PlaylistModel* PlayoutSequencer::playlist() const
 void PlayoutSequencer::setClock(Clock clock)
 {
     m_clock = std::move(clock);
+    m_clockInjected = true;
+    m_lastMonoMs = -1;
 }
 
 void PlayoutSequencer::setWallClock(WallClock clock)
 {
     m_wallClock = std::move(clock);
+    m_wallClockInjected = true;
     m_lastMonoMs = -1; // a new clock is no jump
 }
 
@@ -202,10 +205,7 @@ void PlayoutSequencer::takeRow(int row, Take how)
         m_pendingTimedId = 0;
     m_currentTimedAt = how == Take::Ordinary ? QDateTime() : m_current.timed.at;
     m_halted = false;
-    if (!m_timedWatch) {
-        m_timedWatch = true;
-        m_watchTimer->start();
-    }
+    resumeTimedWatch();
 
     // Every take may change which timed row comes next: look again once this one is done.
     if (m_timedWatch)
@@ -434,6 +434,15 @@ void PlayoutSequencer::presenterStopped()
     m_recheckTimer->stop();
 }
 
+void PlayoutSequencer::resumeTimedWatch()
+{
+    if (m_timedWatch)
+        return;
+    m_timedWatch = true;
+    m_watchTimer->start();
+    m_recheckTimer->start();
+}
+
 QString PlayoutSequencer::rowText(int row) const
 {
     const Track& track = m_playlist->tracks().at(row);
@@ -442,6 +451,9 @@ QString PlayoutSequencer::rowText(int row) const
 
 void PlayoutSequencer::noticeClockJump()
 {
+    // A made-up clock beside a real one tells nothing about jumps.
+    if (m_clockInjected != m_wallClockInjected)
+        return;
     const qint64 wall = m_wallClock().toMSecsSinceEpoch();
     const qint64 mono = m_clock();
     // The watch ticks every second; a tick held up by a busy machine shows on both clocks alike.

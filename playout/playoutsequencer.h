@@ -105,6 +105,8 @@ public:
     void checkTimed();
     // The presenter pressed Stop: no timed row starts the air until a row is taken again.
     void presenterStopped();
+    // Play pressed: the watch runs again (it also starts with any row taken).
+    void resumeTimedWatch();
     bool isWatchingTimed() const { return m_timedWatch; }
     // The first timed row in list order that may still start the air: one not done, not given up
     // as stale, and hard unless the list has run on past a STOP row; -1 for none. A headless run
@@ -165,6 +167,8 @@ private:
     QDateTime m_currentTimedAt; // the time the row on air was started for; invalid when none
     qint64 m_lastWallMs = 0;
     qint64 m_lastMonoMs = -1;
+    bool m_clockInjected = false;
+    bool m_wallClockInjected = false;
     int m_hardFadeMs = 500;
     int m_lateLimitMs = 60000;
 };

@@ -427,6 +427,10 @@ private slots:
         sequencer.checkTimed();
         QCOMPARE(decks.calls, QStringList{"take 0"});
         QCOMPARE(sequencer.msUntilTimedTimer(), -1);
+        // Play again: the row now due fires.
+        sequencer.resumeTimedWatch();
+        sequencer.checkTimed();
+        QCOMPARE(decks.calls, (QStringList{"take 0", "cut 1"}));
     }
 
     void theEndOfTheListLeavesTheWatchOnAndAHardRowStartsTheAirAgain()
