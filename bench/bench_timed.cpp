@@ -144,6 +144,19 @@ int main(int argc, char** argv)
         magnitudes.push_back(std::abs(error));
         std::printf("%5d  %s  %+7.1f\n", i + 1, qPrintable(times.at(i).time().toString(QStringLiteral("HH:mm:ss"))),
                     error);
+        if (std::abs(error) > 100) {
+            // What was heard around its time, in 100 ms steps from half a second before.
+            const qint64 from = std::max<qint64>(due - playouttest::recordRate / 2, 0);
+            const std::vector<float> around(samples.begin() + from,
+                                            samples.begin() + std::min<qint64>(from + playouttest::recordRate * 3,
+                                                                               qint64(samples.size())));
+            const std::vector<double> timedLevel = playouttest::toneTrack(around, timedHz, 100);
+            const std::vector<double> betweenLevel = playouttest::toneTrack(around, betweenHz, 100);
+            std::printf("       %d Hz / %d Hz:", timedHz, betweenHz);
+            for (size_t w = 0; w < timedLevel.size(); ++w)
+                std::printf(" %.2f/%.2f", timedLevel[w], betweenLevel[w]);
+            std::printf("\n");
+        }
     }
     if (errors.size() != size_t(eventCount) || lastFrame < 0) {
         std::printf("\nonly %zu of %d onsets found\n", errors.size(), eventCount);

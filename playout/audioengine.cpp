@@ -407,6 +407,10 @@ void AudioEngine::takeRow(int row)
     if (cutting && isPlaying()) {
         // What the timed row cuts fades out on its deck; the row is heard at once, at full level.
         m_decks->other()->stop();
+        // The same file played again from the top on a player that had played it to its end was
+        // at times not heard at all (bench_timed, three events in a row): it is loaded afresh.
+        if (m_decks->other()->source() == sourceOf(m_current))
+            m_decks->other()->unload();
         fadeTo(m_decks->currentIndex(), 0.0, m_cutFadeMs, true);
         m_decks->switchCurrent();
         startOnDeck(m_decks->currentIndex(), row, false);
