@@ -79,6 +79,8 @@ void forEachKey(Visitor&& visit)
     visit(silentFileLimitMs);
     visit(silentStreamLimitMs);
     visit(loadLimitMs);
+    visit(hardTimeFadeMs);
+    visit(timedLateLimitMs);
     visit(voiceoversEnabled);
     visit(relayStartNextOnStop);
     visit(targetLufs);
