@@ -41,6 +41,10 @@ inline const SettingKey<int> silentFileLimitMs{"playback/silentFileLimitMs", 100
 inline const SettingKey<int> silentStreamLimitMs{"playback/silentStreamLimitMs", 20000};
 // How long a deck may take to load a local file before the load counts as failed.
 inline const SettingKey<int> loadLimitMs{"playback/loadLimitMs", 5000};
+// A hard timed row: how long what is on air fades out as the row cuts in.
+inline const SettingKey<int> hardTimeFadeMs{"playback/hardTimeFadeMs", 500};
+// A timed row that could not start within this long of its time is given up, never fired late.
+inline const SettingKey<int> timedLateLimitMs{"playback/timedLateLimitMs", 60000};
 
 inline const SettingKey<bool> voiceoversEnabled{"voiceovers/enabled", true};
 inline const SettingKey<bool> relayStartNextOnStop{"relay/startNextOnStop", false};
@@ -75,6 +79,8 @@ void forEachKey(Visitor&& visit)
     visit(silentFileLimitMs);
     visit(silentStreamLimitMs);
     visit(loadLimitMs);
+    visit(hardTimeFadeMs);
+    visit(timedLateLimitMs);
     visit(voiceoversEnabled);
     visit(relayStartNextOnStop);
     visit(targetLufs);

@@ -402,8 +402,22 @@ void AudioEngine::takeRow(int row)
         emit logMessage(PlayoutLog::fileNotFound + m_current.filePath);
     }
 
-    m_decks->endAllAirings(TrackEndReason::Skip);
-    if (m_handingOver) {
+    const bool cutting = m_cutFadeMs >= 0;
+    m_decks->endAllAirings(cutting ? TrackEndReason::Timed : TrackEndReason::Skip);
+    if (cutting && isPlaying()) {
+        // What the timed row cuts fades out on its deck; the row is heard at once, at full level.
+        m_decks->other()->stop();
+        // The same file played again from the top on a player that had played it to its end was
+        // at times not heard at all (bench_timed, three events in a row): it is loaded afresh.
+        if (m_decks->other()->source() == sourceOf(m_current))
+            m_decks->other()->unload();
+        fadeTo(m_decks->currentIndex(), 0.0, m_cutFadeMs, true);
+        m_decks->switchCurrent();
+        startOnDeck(m_decks->currentIndex(), row, false);
+    } else if (cutting) {
+        m_decks->stopBoth();
+        startOnDeck(m_decks->currentIndex(), row, false);
+    } else if (m_handingOver) {
         // The outgoing deck plays out its last milliseconds and is stopped by its own end.
         m_decks->switchCurrent();
         m_decks->current()->stop();
@@ -466,6 +480,7 @@ void AudioEngine::play()
     }
     // A row held before it ever sounded is watched again, as when it was taken.
     m_sequencer->resumeSilentWait();
+    m_sequencer->resumeTimedWatch();
     deck->resume();
 }
 
@@ -488,7 +503,20 @@ void AudioEngine::togglePause()
 
 void AudioEngine::stopDecks()
 {
-    stop();
+    stopAir();
+}
+
+void AudioEngine::cutToRow(int row, int fadeMs)
+{
+    m_cutFadeMs = std::max(fadeMs, 0);
+    takeRow(row);
+    m_cutFadeMs = -1;
+}
+
+qint64 AudioEngine::startLeadMs() const
+{
+    // A cut starts on the other deck while one plays, else on the current one.
+    return isPlaying() ? m_decks->other()->startLeadMs() : m_decks->current()->startLeadMs();
 }
 
 void AudioEngine::haltDecks()
@@ -524,6 +552,12 @@ void AudioEngine::log(const QString& text)
 }
 
 void AudioEngine::stop()
+{
+    m_sequencer->presenterStopped();
+    stopAir();
+}
+
+void AudioEngine::stopAir()
 {
     m_sequencer->cancelSilentWait();
     m_voiceover->disarm();

@@ -166,6 +166,10 @@ private:
     bool isSounding() const override;
     bool hasOutput() const override;
     void log(const QString& text) override;
+    void cutToRow(int row, int fadeMs) override;
+    qint64 startLeadMs() const override;
+    // Stops what sounds without telling the sequencer the presenter stopped.
+    void stopAir();
 
     void setupDeck(int index);
     void startOnDeck(int deck, int row, bool fadeIn);
@@ -231,4 +235,6 @@ private:
     QTimer* m_mixPointTimer = nullptr;
     // Set while checkHandover starts the next row: the outgoing deck is left to play to its end.
     bool m_handingOver = false;
+    // While a hard timed row is being taken: the fade of what it cuts (ms), else -1.
+    int m_cutFadeMs = -1;
 };

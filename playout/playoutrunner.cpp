@@ -8,6 +8,8 @@
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutlogging.h"
+#include "playoutsequencer.h"
+#include "timedrules.h"
 #include "settingkeys.h"
 #include "trackdetails.h"
 #include "tracktext.h"
@@ -23,6 +25,10 @@ namespace {
 constexpr int firstRowWaitMs = 2000;
 const QString kPlaylistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
 const QString kNotPlayable = QStringLiteral("Not a file or stream, ignored: %1");
+// "<file>: Line 4: ..." - the entry after such a line plays untimed.
+const QString kTimingIgnored = QStringLiteral("Start time ignored in %1: %2");
+// A STOP row or the end of the list with a timed row still to come: the run stays for it.
+const QString kWaitingForTimed = QStringLiteral("Waiting for timed row: %1 %2 %3");
 const QString kAsRunOff = QStringLiteral("As-run log is off: %1");
 const QString kNoDeviceHint = QStringLiteral(
     "No audio output device: check the sound server or \"audio/outputDevice\" (see --list-devices)");
@@ -106,6 +112,8 @@ PlayoutRunner::ExitStatus PlayoutRunner::load(const QStringList& items)
             }
             for (const QString& skipped : read.skipped)
                 emit problem(kNotPlayable.arg(skipped));
+            for (const QString& timing : read.timingProblems)
+                emit problem(kTimingIgnored.arg(QDir::toNativeSeparators(item), timing));
             rows << read.tracks;
         } else {
             const QString path = item.startsWith(QLatin1String("file:"), Qt::CaseInsensitive)
@@ -184,7 +192,8 @@ void PlayoutRunner::onEngineLog(const QString& text)
         end(NoDevice);
     } else if (text == PlayoutLog::stop) {
         // The end of the list, or nothing playable left (the guard stopped the engine).
-        end(m_status);
+        if (!waitForTimedRow())
+            end(m_status);
     }
 }
 
@@ -199,7 +208,8 @@ void PlayoutRunner::onRowTaken(int row)
         if (m_ended || m_engine->currentRow() != row)
             return;
         if (commandAction(word) == CommandAction::Halt) {
-            end(Played);
+            if (!waitForTimedRow())
+                end(Played);
             return;
         }
         emit logLine(steppedOverText(word));
@@ -215,4 +225,16 @@ void PlayoutRunner::end(ExitStatus status)
     m_status = status;
     qCInfo(lcPlayout) << "headless run ends with status" << status;
     emit finished(status);
+}
+
+bool PlayoutRunner::waitForTimedRow()
+{
+    const int row = m_engine->sequencer()->waitingTimedRow();
+    if (m_ended || row < 0)
+        return false;
+    const Track& track = m_playlist->tracks().at(row);
+    emit logLine(kWaitingForTimed.arg(TimedLog::modeText(track.timed),
+                                      track.timed.at.time().toString(QStringLiteral("HH:mm:ss")),
+                                      track.isCommand ? commandRowText(track) : trackDisplayText(track)));
+    return true;
 }

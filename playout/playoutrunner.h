@@ -68,6 +68,8 @@ private:
     void onEngineLog(const QString& text);
     void onRowTaken(int row);
     void end(ExitStatus status);
+    // A timed row may still start the air: logs what the run waits for; whether it waits.
+    bool waitForTimedRow();
     void append(const QList<Track>& tracks);
 
     Options m_options;

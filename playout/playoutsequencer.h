@@ -1,10 +1,13 @@
 #pragma once
 
 #include "sequencerrules.h"
+#include "timedrules.h"
 #include "track.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 
 #include <functional>
 
@@ -24,6 +27,10 @@ class PlayoutSequencer : public QObject
 public:
     // Monotonic milliseconds.
     using Clock = std::function<qint64()>;
+    // Local date and time, as the timed rows are written.
+    using WallClock = std::function<QDateTime()>;
+    // How often the watch looks at the timed rows and the wall clock (ms).
+    static constexpr int timedWatchMs = 1000;
 
     explicit PlayoutSequencer(SequencerDecks* decks, QObject* parent = nullptr);
 
@@ -31,12 +38,16 @@ public:
     void setPlaylist(PlaylistModel* model);
     PlaylistModel* playlist() const;
     void setClock(Clock clock);
+    void setWallClock(WallClock clock);
     void setRowDraw(RowDraw draw);
     // Reads the silent-row limits from the settings.
     void reloadSettings();
     void setSilentLimits(int fileMs, int streamMs);
     int silentFileLimitMs() const { return m_fileLimitMs; }
     int silentStreamLimitMs() const { return m_streamLimitMs; }
+    void setTimedLimits(int hardFadeMs, int lateLimitMs);
+    int hardTimeFadeMs() const { return m_hardFadeMs; }
+    int timedLateLimitMs() const { return m_lateLimitMs; }
     // Off by default: a bare engine waits on a row without media, as it always has; unattended
     // playout (the studio, the runner) turns the skipping on.
     void setSkipUnplayableRows(bool on);
@@ -87,7 +98,36 @@ public:
     void relayLost();
     void relayStopped(bool startNext);
 
+    // Timed rows. Watched from the first row taken until the presenter stops the air (a STOP row
+    // or the end of the list leave the watch on: a hard row starts automation again).
+    // Fires what is due, gives up what is stale, re-arms the timers; the timers call it, a test
+    // calls it after moving its clocks.
+    void checkTimed();
+    // The presenter pressed Stop: no timed row starts the air until a row is taken again.
+    void presenterStopped();
+    // Play pressed: the watch runs again (it also starts with any row taken).
+    void resumeTimedWatch();
+    bool isWatchingTimed() const { return m_timedWatch; }
+    // The first timed row in list order that may still start the air: one not done, not given up
+    // as stale, and hard unless the list has run on past a STOP row; -1 for none. A headless run
+    // stays for it instead of ending at a STOP row or the end of the list.
+    int waitingTimedRow() const;
+    // The timed row waiting for the current track's mix point, -1 for none.
+    int pendingTimedRow() const;
+    // Milliseconds until the precise timer fires for the next hard row; -1 when it is not armed.
+    int msUntilTimedTimer() const;
+
 private:
+    enum class Take { Ordinary, Cut, Timed };
+
+    void takeRow(int row, Take take);
+    // Runs the timed decision now and takes its row when one is due (cut or next); whether it did.
+    bool takeDueTimedRow();
+    TimedDecision decideTimedNow();
+    void noticeClockJump();
+    void armTimedTimer(qint64 msUntilNextHard);
+    QString rowText(int row) const;
+
     bool isValidRow(int row) const;
     // Some row of the list could sound (a stream, or a file that is there); read on a skip only.
     bool anyPlayableRow() const;
@@ -114,4 +154,21 @@ private:
     qint64 m_waitDeadline = 0;
     int m_waitLimitMs = 0;
     bool m_resumeAfterRelay = false;
+
+    WallClock m_wallClock;
+    QTimer* m_timedTimer = nullptr; // precise: the next hard row
+    QTimer* m_watchTimer = nullptr; // coarse: soft rows, clock jumps, a list that changed
+    QTimer* m_recheckTimer = nullptr; // the list changed: look again once the change is over
+    bool m_timedWatch = false;
+    bool m_halted = false; // standing at a STOP row
+    QSet<qint64> m_timedDone;
+    QSet<qint64> m_timedAccepted;
+    qint64 m_pendingTimedId = 0;
+    QDateTime m_currentTimedAt; // the time the row on air was started for; invalid when none
+    qint64 m_lastWallMs = 0;
+    qint64 m_lastMonoMs = -1;
+    bool m_clockInjected = false;
+    bool m_wallClockInjected = false;
+    int m_hardFadeMs = 500;
+    int m_lateLimitMs = 60000;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QtGlobal>
 
 // What the sequencer needs of the decks: the engine implements it with real players, the
 // sequencer's tests with fakes that only record what they were asked.
@@ -26,4 +27,13 @@ public:
     virtual bool hasOutput() const = 0;
     // A line for the presenter's log.
     virtual void log(const QString& text) = 0;
+    // A hard timed row: what is on air fades out over fadeMs, its airing ended as cut by the time,
+    // and the row starts at full level at once. Decks that cannot cut simply take the row.
+    virtual void cutToRow(int row, int fadeMs)
+    {
+        Q_UNUSED(fadeMs);
+        takeRow(row);
+    }
+    // How long a row started now takes to be heard (ms): a hard row is started this much early.
+    virtual qint64 startLeadMs() const { return 0; }
 };

@@ -10,9 +10,10 @@ enum class TrackEndReason {
     Skip,  // another row was started, or Next / Previous pressed
     Stop,  // stopped by the user or a STOP row
     Relay, // a live relay took the air
+    Timed, // cut by a hard timed row
 };
 
-// "end", "mix", "skip", "stop", "relay".
+// "end", "mix", "skip", "stop", "relay", "timed".
 inline QString trackEndReasonText(TrackEndReason reason)
 {
     switch (reason) {
@@ -26,6 +27,8 @@ inline QString trackEndReasonText(TrackEndReason reason)
         return QStringLiteral("stop");
     case TrackEndReason::Relay:
         return QStringLiteral("relay");
+    case TrackEndReason::Timed:
+        return QStringLiteral("timed");
     }
     return QString();
 }
