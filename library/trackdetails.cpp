@@ -127,6 +127,7 @@ void TrackDetails::fill(QList<Track>& tracks, const QList<int>& rows, int server
         const QString path = track.filePath;
         const QTime startTime = track.startTime;
         const qint64 streamLimitMs = track.streamLimitMs;
+        const TimedStart timed = track.timed; // the row's, not the file's
         auto stored = known.constFind(path);
         if (stored != known.constEnd()) {
             track = *stored;
@@ -147,5 +148,6 @@ void TrackDetails::fill(QList<Track>& tracks, const QList<int>& rows, int server
         track.filePath = path;
         track.startTime = startTime;
         track.streamLimitMs = streamLimitMs;
+        track.timed = timed;
     }
 }
