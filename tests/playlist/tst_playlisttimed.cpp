@@ -5,10 +5,13 @@
 #include "playlisttesting.h"
 
 #include <QAbstractItemModelTester>
+#include <QApplication>
 #include <QFont>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <ctime>
 
 using namespace playlisttesting;
 
@@ -96,6 +99,7 @@ private slots:
     void fixedTimePastMidnightShowsOnTheTwelveHourClock();
     void timeOfDayAnchorTakesTheNearestDay();
     void invalidAnchorLeavesUntimedRowsUnscheduled();
+    void startTimesFollowTheClockChange();
     void timedModelPassesTheModelTester();
 
 private:
@@ -368,6 +372,33 @@ void TestPlaylistTimed::invalidAnchorLeavesUntimedRowsUnscheduled()
     QCOMPARE(startText(model, 2), QStringLiteral("--"));
 }
 
+void TestPlaylistTimed::startTimesFollowTheClockChange()
+{
+    // main() runs this program on Berlin's clock: on 25 October 2026 03:00 summer time becomes 02:00.
+    QCOMPARE(QDateTime(QDate(2026, 10, 25), QTime(1, 30)).offsetFromUtc(), 7200);
+    QCOMPARE(QDateTime(QDate(2026, 10, 25), QTime(3, 30)).offsetFromUtc(), 3600);
+    PlaylistModel model;
+    const QDateTime anchor(QDate(2026, 10, 25), QTime(0, 30));
+    model.setStartAnchorAt(anchor);
+    for (int i = 0; i < 6; ++i)
+        model.appendTrack(song(QStringLiteral("S%1").arg(i), 3600000));
+    model.appendTrack(timedSong(QStringLiteral("News"), 60000, TimedStart::Mode::Hard,
+                                QDateTime(QDate(2026, 10, 25), QTime(9, 0))));
+    // An hour a row in real time: 0:30, 1:30, 2:30 summer time, 2:30 winter time, 3:30, 4:30.
+    const QStringList expected{QStringLiteral("12:30:00 AM"), QStringLiteral("1:30:00 AM"),
+                               QStringLiteral("2:30:00 AM"),  QStringLiteral("2:30:00 AM"),
+                               QStringLiteral("3:30:00 AM"),  QStringLiteral("4:30:00 AM")};
+    for (int row = 0; row < 6; ++row) {
+        QCOMPARE(startText(model, row), expected.at(row));
+        QCOMPARE(model.tracks().at(row).startTime,
+                 anchor.addMSecs(qint64(row) * 3600000).time()); // QDateTime's own reading
+    }
+    // Counted back over the change from a current row after it.
+    model.setCurrentRow(5);
+    for (int row = 0; row < 6; ++row)
+        QCOMPARE(startText(model, row), expected.at(row));
+}
+
 void TestPlaylistTimed::timedModelPassesTheModelTester()
 {
     PlaylistModel model;
@@ -382,5 +413,14 @@ void TestPlaylistTimed::timedModelPassesTheModelTester()
     QCOMPARE(model.rowCount(), 0);
 }
 
-QTEST_MAIN(TestPlaylistTimed)
+int main(int argc, char** argv)
+{
+    // A clock with summer time, whatever the machine's: the schedule must follow its changes.
+    qputenv("TZ", "Europe/Berlin");
+    tzset();
+    QApplication app(argc, argv);
+    TestPlaylistTimed test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_playlisttimed.moc"
