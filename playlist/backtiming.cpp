@@ -50,6 +50,18 @@ void skip(RowPlan& plan, int timedRow)
 
 } // namespace
 
+const Event* Plan::next() const
+{
+    const Event* first = nullptr;
+    for (const Event& event : events) {
+        if (first == nullptr || event.atMs < first->atMs ||
+            (event.atMs == first->atMs && event.mode == TimedStart::Mode::Hard &&
+             first->mode != TimedStart::Mode::Hard))
+            first = &event;
+    }
+    return first;
+}
+
 const Event* Plan::eventOf(int row) const
 {
     for (const Event& event : events) {
@@ -167,6 +179,32 @@ Plan plan(const Input& input)
         segmentFirst = i;
         previousEvent = i;
         previousStart = event.startMs;
+        result.events.append(event);
+    }
+
+    // A timed row above whose time is still to come: the air jumps back to it then.
+    for (int i = 0; i < first; ++i) {
+        const Row& row = input.rows.at(i);
+        if (!isTimed(row) || row.timed.at.toMSecsSinceEpoch() <= now)
+            continue;
+        Event event;
+        event.row = i;
+        event.mode = row.timed.mode;
+        event.atMs = row.timed.at.toMSecsSinceEpoch();
+        event.jumpsBack = true;
+        event.startMs = event.atMs;
+        if (row.timed.isSoft()) {
+            // It follows the row playing at its time.
+            for (int j = first; j < n; ++j) {
+                const RowPlan& below = result.rows.at(j);
+                if (below.fate == Fate::Skipped || below.fate == Fate::Stale || !known(below.startMs))
+                    continue;
+                if (below.startMs <= event.atMs && (!known(below.endMs) || below.endMs > event.atMs)) {
+                    event.startMs = known(below.endMs) ? below.endMs : unknownTime;
+                    break;
+                }
+            }
+        }
         result.events.append(event);
     }
     return result;

@@ -25,7 +25,8 @@ struct Track;
 // - A timed row whose time lies more than the late limit before now is stale: skipped, never fired.
 //   One that is late by less fires at once (hard) or is the next to start (soft).
 // - Rows above the row the plan starts from have aired; their times are counted back from it, and
-//   a timed one among them keeps its fixed time.
+//   a timed one among them keeps its fixed time. One whose time is still to come fires all the same
+//   (the air jumps back to it): it is an event, though the rows below it are not replanned for it.
 namespace BackTiming {
 
 constexpr qint64 unknownTime = std::numeric_limits<qint64>::min();
@@ -74,13 +75,15 @@ struct Event {
     qint64 overUnderMs = 0;
     bool waitsForPlay = false; // soft, after a STOP that comes before its time
     bool late = false;         // its time had already passed (within the late limit)
+    bool jumpsBack = false;    // above the row the plan starts from: no over/under to tell
 };
 
 struct Plan {
     QList<RowPlan> rows;  // parallel to Input::rows
-    QList<Event> events;  // timed rows still to come, in list order
-    // The first event still to come, nullptr when there is none.
-    const Event* next() const { return events.isEmpty() ? nullptr : &events.first(); }
+    QList<Event> events;  // timed rows still to come: those below the start in list order, then above
+    // The event that comes first: the earliest fixed time, a hard one before a soft one at the same
+    // time, else the first in list order. nullptr when there is none.
+    const Event* next() const;
     // The event of the given row, nullptr when the row is none.
     const Event* eventOf(int row) const;
 };

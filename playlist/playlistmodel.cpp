@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <limits>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -895,7 +896,7 @@ void PlaylistModel::recalculateStartTimes()
         return;
     }
     // The last fixed time gone: the marks it drew go with it.
-    const bool wasTimed = !m_timedPlan.rows.isEmpty();
+    const BackTiming::Plan before = std::move(m_timedPlan);
     m_timedPlan = BackTiming::Plan();
     QTime t = m_startAnchor;
     for (Track& track : m_rows) {
@@ -906,8 +907,32 @@ void PlaylistModel::recalculateStartTimes()
     }
     if (!m_rows.isEmpty())
         emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
-    if (wasTimed)
-        emitWholeTableChanged();
+    emitTimedMarkChanges(before);
+}
+
+void PlaylistModel::emitTimedMarkChanges(const BackTiming::Plan& before)
+{
+    // Only the rows whose mark changed, in runs: listeners that read every announced row (the
+    // playout's read-ahead) must not walk the whole list on each schedule pass.
+    const auto markOf = [](const BackTiming::Plan& plan, int row) {
+        if (row >= plan.rows.size())
+            return std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
+        const BackTiming::RowPlan& planned = plan.rows.at(row);
+        const bool marked = planned.fate == BackTiming::Fate::Skipped || planned.fate == BackTiming::Fate::Cut ||
+                            planned.fate == BackTiming::Fate::Stale;
+        return marked ? std::pair<BackTiming::Fate, int>(planned.fate, planned.timedRow)
+                      : std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
+    };
+    int first = -1;
+    for (int row = 0; row <= m_rows.size(); ++row) {
+        const bool changed = row < m_rows.size() && markOf(before, row) != markOf(m_timedPlan, row);
+        if (changed && first < 0)
+            first = row;
+        if (!changed && first >= 0) {
+            emit dataChanged(index(first, 0), index(row - 1, ColumnCount - 1));
+            first = -1;
+        }
+    }
 }
 
 void PlaylistModel::recalculateTimedStartTimes()
@@ -927,6 +952,7 @@ void PlaylistModel::recalculateTimedStartTimes()
         input.currentRow = m_currentRow;
     }
     input.now = from;
+    const BackTiming::Plan before = std::move(m_timedPlan);
     m_timedPlan = BackTiming::plan(input);
 
     const bool planned = from.isValid();
@@ -939,7 +965,9 @@ void PlaylistModel::recalculateTimedStartTimes()
         else
             track.startTime = planned ? clock.timeOf(m_timedPlan.rows.at(i).startMs) : QTime();
     }
-    emitWholeTableChanged(); // marks and tool tips change with the times
+    if (!m_rows.isEmpty())
+        emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
+    emitTimedMarkChanges(before);
 }
 
 void PlaylistModel::setStartAnchor(const QTime& anchor)

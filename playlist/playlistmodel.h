@@ -190,6 +190,8 @@ private:
     QVariant foregroundData(int row, int column) const;
     QVariant fontData(int row, int column) const;
     void recalculateTimedStartTimes();
+    // Announces the rows whose skip or cut mark differs from `before`.
+    void emitTimedMarkChanges(const BackTiming::Plan& before);
     QVariant timedToolTip(int row, int column) const;
 
     QHash<int, MixOverride> m_rowMixOverrides;

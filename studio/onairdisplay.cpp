@@ -27,6 +27,7 @@ const QString overFormat = QStringLiteral("+%1 over");
 const QString underFormat = QStringLiteral("-%1 under");
 const QString onTimeText = QStringLiteral("on time");
 const QString unknownLengthText = QStringLiteral("length unknown");
+const QString jumpsBackFormat = QStringLiteral("jumps back to row %1");
 const QString waitsForPlayText = QStringLiteral(" (waits for Play after a STOP)");
 // How often the plan is recomputed while the list stands still (milliseconds).
 constexpr qint64 timedPlanEveryMs = 1000;
@@ -247,7 +248,9 @@ void OnAirDisplay::refreshTimedEvent(const QDateTime& now)
     const qint64 untilMs = event->atMs - nowMs;
     m_timedCountdown->setText(untilMs > 0 ? countdownFormat.arg(StudioSchedule::formatLength(untilMs + 999))
                                           : dueNowText);
-    if (!event->overUnderKnown)
+    if (event->jumpsBack)
+        m_timedOverUnder->setText(jumpsBackFormat.arg(event->row + 1));
+    else if (!event->overUnderKnown)
         m_timedOverUnder->setText(unknownLengthText);
     else if (event->overUnderMs >= 1000)
         m_timedOverUnder->setText(overFormat.arg(StudioSchedule::formatLength(event->overUnderMs)));

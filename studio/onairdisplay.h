@@ -39,7 +39,8 @@ public:
     QString timedEventText() const;
     // "in 4:10", "due now" once its time has passed, empty when none is coming.
     QString timedCountdownText() const;
-    // "+0:23 over", "-1:05 under", "on time", "length unknown"; empty when none is coming.
+    // "+0:23 over", "-1:05 under", "on time", "length unknown", "jumps back to row 3" (a timed row
+    // above the one on air); empty when none is coming.
     QString timedOverUnderText() const;
     // The plan behind those texts, as last computed.
     const BackTiming::Plan& timedPlan() const { return m_timedPlan; }

@@ -105,7 +105,9 @@ private slots:
     void twoTimedRowsAtTheSameTimeFireInListOrder();
     void secondHardRowCutsTheFirstWhenItsTimeComesDuringIt();
     void twoSoftRowsAtTheSameTimeFollowOneAnother();
-    void timedRowAboveTheCurrentRowIsNoEvent();
+    void timedRowAboveTheCurrentRowWhoseTimeHasPassedIsNoEvent();
+    void timedRowAboveTheCurrentRowStillToComeJumpsBack();
+    void nextEventIsTheEarliestAndHardBeforeSoft();
     void timedRowLateWithinTheLimitFiresAtOnce();
     void timedRowLateBeyondTheLimitIsStaleAndSkipped();
     void stopBeforeAHardRowDoesNotHoldItBack();
@@ -286,7 +288,7 @@ void TestBackTiming::twoSoftRowsAtTheSameTimeFollowOneAnother()
     QCOMPARE(plan.rows.at(2).startMs, ms(12, 5));
 }
 
-void TestBackTiming::timedRowAboveTheCurrentRowIsNoEvent()
+void TestBackTiming::timedRowAboveTheCurrentRowWhoseTimeHasPassedIsNoEvent()
 {
     const QList<Row> rows{song(minutes(3)), hard(clock(12, 0), minutes(2)), song(minutes(4)),
                           song(minutes(4))};
@@ -296,6 +298,40 @@ void TestBackTiming::timedRowAboveTheCurrentRowIsNoEvent()
     QCOMPARE(plan.rows.at(1).startMs, ms(12, 0)); // it keeps its fixed time
     QCOMPARE(plan.rows.at(0).startMs, ms(11, 57)); // and the rows above it count back from there
     QCOMPARE(plan.rows.at(2).startMs, ms(12, 26));
+}
+
+void TestBackTiming::timedRowAboveTheCurrentRowStillToComeJumpsBack()
+{
+    const QList<Row> rows{song(minutes(3)), hard(clock(12, 40), minutes(2)), song(minutes(4)),
+                          soft(clock(12, 50)), song(minutes(30))};
+    const Plan plan = BackTiming::plan(onAir(rows, 2, 0, clock(12, 30)));
+    QCOMPARE(plan.events.size(), 2);
+    QCOMPARE(plan.events.at(0).row, 3); // below first, in list order
+    const Event* next = plan.next();
+    QVERIFY(next != nullptr);
+    QCOMPARE(next->row, 1);
+    QVERIFY(next->jumpsBack);
+    QVERIFY(!next->overUnderKnown);
+    QCOMPARE(next->startMs, ms(12, 40));
+    QCOMPARE(plan.rows.at(1).fate, Fate::Aired); // its place in the list is behind us
+
+    // A soft one follows the row playing at its time.
+    const QList<Row> softRows{soft(clock(12, 40)), song(minutes(4)), song(minutes(20))};
+    const Plan softPlan = BackTiming::plan(onAir(softRows, 1, 0, clock(12, 30)));
+    QVERIFY(softPlan.next()->jumpsBack);
+    QCOMPARE(softPlan.next()->startMs, ms(12, 54));
+}
+
+void TestBackTiming::nextEventIsTheEarliestAndHardBeforeSoft()
+{
+    // Listed out of time order: the 12:00 row comes due first.
+    const QList<Row> rows{song(minutes(1)), hard(clock(12, 30)), song(minutes(1)), hard(clock(12, 0))};
+    QCOMPARE(BackTiming::plan(onAir(rows, 0, 0, clock(11, 50))).next()->row, 3);
+    // The same time: hard first, else list order.
+    const QList<Row> same{song(minutes(1)), soft(clock(12, 0)), hard(clock(12, 0))};
+    QCOMPARE(BackTiming::plan(onAir(same, 0, 0, clock(11, 50))).next()->row, 2);
+    const QList<Row> twoHard{song(minutes(1)), hard(clock(12, 0)), hard(clock(12, 0))};
+    QCOMPARE(BackTiming::plan(onAir(twoHard, 0, 0, clock(11, 50))).next()->row, 1);
 }
 
 void TestBackTiming::timedRowLateWithinTheLimitFiresAtOnce()
@@ -420,8 +456,11 @@ void TestBackTiming::nothingOnAirPlansFromTheStartRowNow()
     QCOMPARE(plan.rows.at(0).fate, Fate::Aired);
     QCOMPARE(plan.rows.at(0).startMs, ms(11, 47));
     QCOMPARE(plan.next()->overUnderMs, -minutes(3));
-    // A start row past the end plans nothing forward.
+    // A start row past the end plans nothing forward: the timed row, still to come, is above.
     input.startRow = 9;
+    QVERIFY(BackTiming::plan(input).next()->jumpsBack);
+    QCOMPARE(BackTiming::plan(input).rows.at(3).fate, Fate::Aired);
+    input.now = clock(12, 0, 1); // and once its time has passed it is taken as aired
     QVERIFY(BackTiming::plan(input).next() == nullptr);
 }
 
