@@ -108,7 +108,9 @@ Plan plan(const Input& input)
         }
 
         const qint64 at = row.timed.at.toMSecsSinceEpoch();
-        if (at < now - std::max<qint64>(input.lateLimitMs, 0)) {
+        // Late is judged against when the row on air started: a time that came while it played was
+        // seen in time and waits for its turn, however long that row goes on.
+        if (at < firstStart - std::max<qint64>(input.lateLimitMs, 0)) {
             plan.fate = Fate::Stale;
             plan.startMs = t;
             plan.endMs = t; // skipped: the rows after it start where it would have

@@ -22,8 +22,9 @@ struct Track;
 // - Neither starts before its time: rows that end early leave a gap (they run "under").
 // - A timed row whose time is at or before the start of the timed row above it follows that row
 //   (two rows at the same time: the first in list order fires, the second follows it).
-// - A timed row whose time lies more than the late limit before now is stale: skipped, never fired.
-//   One that is late by less fires at once (hard) or is the next to start (soft).
+// - A timed row whose time lies more than the late limit before the plan's start (the start of the
+//   row on air, or now) is stale: skipped, never fired. One that is late by less fires at once
+//   (hard) or is the next to start (soft), however long it then waits.
 // - Rows above the row the plan starts from have aired; their times are counted back from it, and
 //   a timed one among them keeps its fixed time. One whose time is still to come fires all the same
 //   (the air jumps back to it): it is an event, though the rows below it are not replanned for it.

@@ -110,6 +110,7 @@ private slots:
     void nextEventIsTheEarliestAndHardBeforeSoft();
     void timedRowLateWithinTheLimitFiresAtOnce();
     void timedRowLateBeyondTheLimitIsStaleAndSkipped();
+    void softRowWhoseTimeCameDuringTheRowOnAirWaitsWithoutGoingStale();
     void stopBeforeAHardRowDoesNotHoldItBack();
     void stopBeforeASoftRowMakesItWaitForPlay();
     void stopSkippedBySoftRowDoesNotMakeItWait();
@@ -366,6 +367,21 @@ void TestBackTiming::timedRowLateBeyondTheLimitIsStaleAndSkipped()
     QCOMPARE(BackTiming::plan(input).next()->row, 1);
     input.lateLimitMs = 0;
     QCOMPARE(BackTiming::plan(input).rows.at(1).fate, Fate::Stale);
+}
+
+void TestBackTiming::softRowWhoseTimeCameDuringTheRowOnAirWaitsWithoutGoingStale()
+{
+    // On air since 11:57 for ten minutes; the soft row's time, noon, came five minutes ago.
+    const QList<Row> rows{song(minutes(10)), song(minutes(3)), soft(clock(12, 0))};
+    const Plan plan = BackTiming::plan(onAir(rows, 0, minutes(8), clock(12, 5)));
+    QVERIFY(plan.next() != nullptr);
+    QCOMPARE(plan.next()->row, 2);
+    QVERIFY(plan.next()->late);
+    QCOMPARE(plan.next()->startMs, ms(12, 7));
+    QCOMPARE(plan.rows.at(1).fate, Fate::Skipped);
+    // Come due more than a minute before the row on air started (12:02), it is stale.
+    const Plan stale = BackTiming::plan(onAir(rows, 0, minutes(8), clock(12, 10)));
+    QCOMPARE(stale.rows.at(2).fate, Fate::Stale);
 }
 
 void TestBackTiming::stopBeforeAHardRowDoesNotHoldItBack()
