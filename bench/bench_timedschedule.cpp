@@ -64,7 +64,8 @@ int main(int argc, char** argv)
     model.setCurrentRow(5000);
     std::printf("  %-52s %8.3f ms\n", "recalculateStartTimes, timed list, on air at row 5000",
                 medianMs(51, [&model] { model.recalculateStartTimes(); }));
-    std::printf("  %-52s %8.3f ms\n", "appendTrack at 10,000 rows, timed list", medianMs(51, [&model, &rows] {
+    std::printf("  %-52s %8.3f ms\n", "appendTrack at 10,000 rows, timed list",
+                medianMs(51, [&model, &rows] {
                     model.appendTrack(rows.at(1));
                     model.removeTrack(model.rowCount() - 1);
                 }) / 2);

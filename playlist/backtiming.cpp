@@ -86,7 +86,7 @@ Plan plan(const Input& input)
     const qint64 firstStart = onAir ? now - std::max<qint64>(input.elapsedMs, 0) : now;
     planAired(input, first, firstStart, result);
 
-    qint64 t = firstStart; // when the row being planned starts, if nothing gives way
+    qint64 t = firstStart;    // when the row being planned starts, if nothing gives way
     int segmentFirst = first; // the first row the next timed row may cut or skip
     int previousEvent = -1;
     qint64 previousStart = unknownTime;

@@ -36,17 +36,17 @@ constexpr qint64 defaultLateLimitMs = 60000;
 
 // One row as the plan sees it.
 struct Row {
-    qint64 lengthMs = 0;     // how long it plays when nothing cuts it
-    bool endless = false;    // a stream without a length: plays until something stops it
-    bool halts = false;      // a STOP (or PAUSE) row: automation waits for Play after it
-    TimedStart timed;        // ignored on command rows, which have no fixed time of their own
+    qint64 lengthMs = 0;  // how long it plays when nothing cuts it
+    bool endless = false; // a stream without a length: plays until something stops it
+    bool halts = false;   // a STOP (or PAUSE) row: automation waits for Play after it
+    TimedStart timed;     // ignored on command rows, which have no fixed time of their own
 };
 
 struct Input {
     QList<Row> rows;
-    int currentRow = -1;   // the row on air, -1 for none
-    qint64 elapsedMs = 0;  // how far the current row has played
-    int startRow = 0;      // with nothing on air: the row that would start now
+    int currentRow = -1;  // the row on air, -1 for none
+    qint64 elapsedMs = 0; // how far the current row has played
+    int startRow = 0;     // with nothing on air: the row that would start now
     QDateTime now;
     qint64 lateLimitMs = defaultLateLimitMs;
 };
@@ -80,8 +80,8 @@ struct Event {
 };
 
 struct Plan {
-    QList<RowPlan> rows;  // parallel to Input::rows
-    QList<Event> events;  // timed rows still to come: those below the start in list order, then above
+    QList<RowPlan> rows; // parallel to Input::rows
+    QList<Event> events; // timed rows still to come: those below the start in list order, then above
     // The event that comes first: the earliest fixed time, a hard one before a soft one at the same
     // time, else the first in list order. nullptr when there is none.
     const Event* next() const;

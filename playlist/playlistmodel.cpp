@@ -301,8 +301,8 @@ QVariant PlaylistModel::fontData(int row, int column) const
     const Track& track = m_rows.at(row);
     // Only a timed list marks anything here: a fixed start time in bold, a row that gives way to a
     // fixed time struck out.
-    const bool fixedStart = column == StartTimeColumn && !track.isCommand && track.timed.isTimed() &&
-                            !m_timedPlan.rows.isEmpty();
+    const bool fixedStart =
+        column == StartTimeColumn && !track.isCommand && track.timed.isTimed() && !m_timedPlan.rows.isEmpty();
     const bool struckOut = skippedForTime(row).isValid();
     if (row == m_currentRow || track.isCommand || fixedStart) {
         QFont font;
@@ -341,7 +341,8 @@ QVariant PlaylistModel::timedToolTip(int row, int column) const
     }
     if (column != StartTimeColumn || track.isCommand || !track.timed.isTimed())
         return {};
-    QStringList lines{kFixedStartTip.arg(modeWord(track.timed.mode), track.timed.at.toString(kDateClockFormat))};
+    QStringList lines{
+        kFixedStartTip.arg(modeWord(track.timed.mode), track.timed.at.toString(kDateClockFormat))};
     if (const BackTiming::Event* event = m_timedPlan.eventOf(row)) {
         if (event->startMs == BackTiming::unknownTime)
             lines << kUnknownStartTip;
@@ -918,8 +919,8 @@ void PlaylistModel::emitTimedMarkChanges(const BackTiming::Plan& before)
         if (row >= plan.rows.size())
             return std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
         const BackTiming::RowPlan& planned = plan.rows.at(row);
-        const bool marked = planned.fate == BackTiming::Fate::Skipped || planned.fate == BackTiming::Fate::Cut ||
-                            planned.fate == BackTiming::Fate::Stale;
+        const bool marked = planned.fate == BackTiming::Fate::Skipped ||
+                            planned.fate == BackTiming::Fate::Cut || planned.fate == BackTiming::Fate::Stale;
         return marked ? std::pair<BackTiming::Fate, int>(planned.fate, planned.timedRow)
                       : std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
     };

@@ -240,8 +240,10 @@ void OnAirDisplay::refreshTimedEvent(const QDateTime& now)
         m_timedOverUnder->clear();
         return;
     }
-    const QString when = QDateTime::fromMSecsSinceEpoch(event->atMs).time().toString(QStringLiteral("HH:mm:ss"));
-    const QString mode = event->mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft");
+    const QString when =
+        QDateTime::fromMSecsSinceEpoch(event->atMs).time().toString(QStringLiteral("HH:mm:ss"));
+    const QString mode =
+        event->mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft");
     m_timedEvent->setText(timedEventFormat.arg(when, mode, StudioSchedule::trackText(rows.at(event->row))) +
                           (event->waitsForPlay ? waitsForPlayText : QString()));
     // Counted up to the whole second, so "in 0:01" shows until the moment comes.

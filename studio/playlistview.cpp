@@ -151,9 +151,8 @@ void PlaylistView::editFixedStart(int row)
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     // The row is followed by its identity: rows may move while the dialog is open.
     const qint64 id = m_playlist->rowId(row);
-    connect(dialog, &QDialog::accepted, this, [this, id, dialog] {
-        m_playlist->setRowTimed(m_playlist->rowOfId(id), dialog->timedStart());
-    });
+    connect(dialog, &QDialog::accepted, this,
+            [this, id, dialog] { m_playlist->setRowTimed(m_playlist->rowOfId(id), dialog->timedStart()); });
     dialog->open();
 }
 
@@ -184,7 +183,8 @@ QMenu* PlaylistView::createRowMenu(int row)
     const bool timed = valid && !command && m_playlist->tracks().at(row).timed.isTimed();
     menu->addSeparator();
     // A command row has no fixed time of its own: the entries are shown, greyed.
-    menu->addAction(fixedStartText, this, [this, row] { editFixedStart(row); })->setEnabled(valid && !command);
+    menu->addAction(fixedStartText, this, [this, row] { editFixedStart(row); })
+        ->setEnabled(valid && !command);
     menu->addAction(clearFixedStartText, this, [this, row] { clearFixedStart(row); })->setEnabled(timed);
     return menu;
 }
