@@ -209,6 +209,25 @@ private slots:
         window.engine()->stop();
     }
 
+    void displayShowsATimedRowAboveTheOneOnAirAsAJumpBack()
+    {
+        StudioWindow window;
+        window.appendItems(tones);
+        Track promo = window.playlist()->tracks().at(0);
+        promo.timed.mode = TimedStart::Mode::Soft;
+        promo.timed.at = QDateTime::currentDateTime().addSecs(120);
+        window.playlist()->insertTrack(0, promo);
+        window.engine()->playRow(2);
+        QTRY_VERIFY_WITH_TIMEOUT(window.engine()->isPlaying() && window.engine()->currentRow() == 2, 15000);
+        OnAirDisplay* display = window.onAirDisplay();
+        QTRY_COMPARE_WITH_TIMEOUT(display->timedOverUnderText(), QStringLiteral("jumps back to row 1"), 5000);
+        QVERIFY2(display->timedEventText().contains(QStringLiteral(" soft – ")), qPrintable(display->timedEventText()));
+        QVERIFY2(display->timedCountdownText().startsWith(QStringLiteral("in 1:")) ||
+                     display->timedCountdownText() == QStringLiteral("in 2:00"),
+                 qPrintable(display->timedCountdownText()));
+        window.engine()->stop();
+    }
+
     void rowMenuGivesARowAFixedStartTimeAndClearsIt()
     {
         StudioWindow window;
