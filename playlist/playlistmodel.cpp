@@ -14,12 +14,15 @@
 #include <QMimeData>
 #include <QRandomGenerator64>
 #include <QTimer>
+#include <QTimeZone>
 #include <QUrl>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <limits>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -38,6 +41,15 @@ const QString kHourMarkerTip = QStringLiteral("Start of the %1:00 hour");
 const QString kQueuePositionTip = QStringLiteral("Playback queue position %1");
 const QString kRemoveTip = QStringLiteral("Remove this track");
 const QString kStopTip = QStringLiteral("Insert a STOP command after this track");
+const QString kFixedStartTip = QStringLiteral("Fixed start, %1: %2");
+const QString kPlannedStartTip = QStringLiteral("Planned to start at %1");
+const QString kUnknownStartTip = QStringLiteral("Planned start unknown: a row above it has no length");
+const QString kWaitsForPlayTip = QStringLiteral("A STOP comes before it: it waits for Play");
+const QString kSkippedTip = QStringLiteral("Skipped to meet the %1 time %2");
+const QString kCutTip = QStringLiteral("Cut short at %1 for the hard time");
+const QString kStaleTip = QStringLiteral("Skipped: its fixed time %1 passed too long ago");
+const QString kClockFormat = QStringLiteral("HH:mm:ss");
+const QString kDateClockFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 
 const QColor kHourMarkerBackground(226, 240, 226);
 const QColor kCommandBackground(255, 235, 200);
@@ -67,6 +79,60 @@ std::optional<int> offsetRow(int firstRow, int offset)
     return firstRow + offset;
 }
 
+QString modeWord(TimedStart::Mode mode)
+{
+    return mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft");
+}
+
+QTime timeOfDay(qint64 msSinceEpoch)
+{
+    if (msSinceEpoch == BackTiming::unknownTime)
+        return QTime();
+    return QDateTime::fromMSecsSinceEpoch(msSinceEpoch).time();
+}
+
+// Local time of day for many moments in a row: the zone's offset is looked up again only when a
+// moment leaves the stretch between two clock changes. Each QDateTime conversion asks the zone, and
+// 10,000 of them took some 20 ms, four times a schedule pass's budget.
+struct LocalClock {
+    QTimeZone zone = QTimeZone::systemTimeZone();
+    qint64 from = 1; // [from, until): the stretch where offsetMs holds; empty at first
+    qint64 until = 0;
+    qint64 offsetMs = 0;
+
+    QTime timeOf(qint64 msSinceEpoch)
+    {
+        if (msSinceEpoch == BackTiming::unknownTime)
+            return QTime();
+        if (msSinceEpoch < from || msSinceEpoch >= until)
+            lookUp(msSinceEpoch);
+        constexpr qint64 day = qint64(kSecondsPerDay) * 1000;
+        const qint64 local = ((msSinceEpoch + offsetMs) % day + day) % day;
+        return QTime::fromMSecsSinceStartOfDay(int(local));
+    }
+
+    void lookUp(qint64 msSinceEpoch)
+    {
+        const QDateTime at = QDateTime::fromMSecsSinceEpoch(msSinceEpoch, QTimeZone::utc());
+        offsetMs = qint64(zone.offsetFromUtc(at)) * 1000;
+        from = msSinceEpoch;
+        until = msSinceEpoch + 1;
+        if (!zone.hasTransitions()) {
+            from = std::numeric_limits<qint64>::min() + 1;
+            until = std::numeric_limits<qint64>::max();
+            return;
+        }
+        const QTimeZone::OffsetData next = zone.nextTransition(at);
+        until = next.atUtc.isValid() ? next.atUtc.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
+        const QTimeZone::OffsetData previous = zone.previousTransition(at);
+        // A moment exactly on a change belongs to the new offset; the stretch then starts at it.
+        if (previous.atUtc.isValid() && qint64(zone.offsetFromUtc(at.addMSecs(-1))) * 1000 == offsetMs)
+            from = previous.atUtc.toMSecsSinceEpoch();
+        else if (!previous.atUtc.isValid())
+            from = std::numeric_limits<qint64>::min() + 1;
+    }
+};
+
 // Row identities are unique in the whole process, so an id of one playlist never names a row of
 // another that replaced it.
 std::atomic<qint64> lastRowId{0};
@@ -88,8 +154,7 @@ QString PlaylistModel::rowsMimeType()
     return kRowsMimeType;
 }
 
-PlaylistModel::PlaylistModel(QObject* parent)
-    : QAbstractTableModel(parent), m_startAnchor(QTime::currentTime())
+PlaylistModel::PlaylistModel(QObject* parent) : QAbstractTableModel(parent)
 {
     // Zero milliseconds: the files one repaint asks for are read together once it is over.
     m_colourReadTimer = new QTimer(this);
@@ -98,6 +163,9 @@ PlaylistModel::PlaylistModel(QObject* parent)
     connect(m_colourReadTimer, &QTimer::timeout, this, &PlaylistModel::readColours);
     connect(TrackParamsChanges::instance(), &TrackParamsChanges::changed, this,
             &PlaylistModel::readColourAgain);
+    const QDateTime now = QDateTime::currentDateTime();
+    m_startAnchor = now.time();
+    m_startAnchorDay = now.date();
 }
 
 // --- item model ---------------------------------------------------------------------------
@@ -146,6 +214,10 @@ QVariant PlaylistModel::data(const QModelIndex& index, int role) const
 {
     const int row = index.row();
     const int column = index.column();
+    if (role == SkippedForTimeRole && index.isValid() && index.model() == this && isValidRow(row)) {
+        const QDateTime at = skippedForTime(row);
+        return at.isValid() ? QVariant(at) : QVariant();
+    }
     if (!index.isValid() || row < 0 || column < 0 || row >= m_rows.size() || column >= ColumnCount ||
         role < 0 || role > kLastRole)
         return {};
@@ -155,7 +227,7 @@ QVariant PlaylistModel::data(const QModelIndex& index, int role) const
     case Qt::ToolTipRole:
         return toolTipData(row, column);
     case Qt::FontRole:
-        return fontData(row);
+        return fontData(row, column);
     case Qt::TextAlignmentRole:
         if (column == RemoveColumn || column == NumberColumn || column == DurationColumn ||
             column == StopColumn)
@@ -213,6 +285,9 @@ QVariant PlaylistModel::displayData(int row, int column) const
 
 QVariant PlaylistModel::toolTipData(int row, int column) const
 {
+    const QVariant timed = timedToolTip(row, column);
+    if (timed.isValid())
+        return timed;
     if (column == StartTimeColumn) {
         const int hour = hourMarkerAt(row);
         if (hour >= 0)
@@ -230,22 +305,62 @@ QVariant PlaylistModel::toolTipData(int row, int column) const
     return {};
 }
 
-QVariant PlaylistModel::fontData(int row) const
+QVariant PlaylistModel::fontData(int row, int column) const
 {
     const Track& track = m_rows.at(row);
-    if (row == m_currentRow || track.isCommand) {
+    // Only a timed list marks anything here: a fixed start time in bold, a row that gives way to a
+    // fixed time struck out.
+    const bool fixedStart =
+        column == StartTimeColumn && !track.isCommand && track.timed.isTimed() && !m_timedPlan.rows.isEmpty();
+    const bool struckOut = skippedForTime(row).isValid();
+    if (row == m_currentRow || track.isCommand || fixedStart) {
         QFont font;
         font.setWeight(QFont::Bold);
         font.setItalic(track.italic);
+        font.setStrikeOut(struckOut);
         return font;
     }
-    if (track.italic) {
+    if (track.italic || struckOut) {
         QFont font;
         font.setWeight(QFont::Normal);
-        font.setItalic(true);
+        font.setItalic(track.italic);
+        font.setStrikeOut(struckOut);
         return font;
     }
     return {};
+}
+
+QVariant PlaylistModel::timedToolTip(int row, int column) const
+{
+    if (m_timedPlan.rows.size() != m_rows.size() || column == RemoveColumn || column == StopColumn)
+        return {};
+    const Track& track = m_rows.at(row);
+    const BackTiming::RowPlan& plan = m_timedPlan.rows.at(row);
+    switch (plan.fate) {
+    case BackTiming::Fate::Skipped: {
+        const TimedStart& timed = m_rows.at(plan.timedRow).timed;
+        return kSkippedTip.arg(modeWord(timed.mode), timed.at.toString(kClockFormat));
+    }
+    case BackTiming::Fate::Cut:
+        return kCutTip.arg(timeOfDay(plan.endMs).toString(kClockFormat));
+    case BackTiming::Fate::Stale:
+        return kStaleTip.arg(track.timed.at.toString(kDateClockFormat));
+    default:
+        break;
+    }
+    if (column != StartTimeColumn || track.isCommand || !track.timed.isTimed())
+        return {};
+    QStringList lines{
+        kFixedStartTip.arg(modeWord(track.timed.mode), track.timed.at.toString(kDateClockFormat))};
+    if (const BackTiming::Event* event = m_timedPlan.eventOf(row)) {
+        if (event->startMs == BackTiming::unknownTime)
+            lines << kUnknownStartTip;
+        else if (event->startMs / 1000 != event->atMs / 1000)
+            lines << kPlannedStartTip.arg(timeOfDay(event->startMs).toString(kClockFormat));
+        if (event->waitsForPlay)
+            lines << kWaitsForPlayTip;
+    }
+    return lines.join(QLatin1Char('\n'));
 }
 
 void PlaylistModel::setParamsSource(ParamsSource source)
@@ -686,6 +801,7 @@ void PlaylistModel::clear()
 {
     beginResetModel();
     m_rows.clear();
+    m_timedPlan = BackTiming::Plan();
     m_rowIds.clear();
     m_currentRow = -1;
     m_playedRows.clear();
@@ -737,6 +853,9 @@ void PlaylistModel::setCurrentRow(int row)
     }
     if (isValidRow(row))
         emitRowChanged(row);
+    // A timed list plans from the current row: what lies above it has aired.
+    if (!m_timedPlan.rows.isEmpty())
+        recalculateStartTimes();
 }
 
 void PlaylistModel::markPlayed(int row)
@@ -840,6 +959,13 @@ void PlaylistModel::setHourMarkersVisible(bool on)
 
 void PlaylistModel::recalculateStartTimes()
 {
+    if (BackTiming::anyTimed(m_rows)) {
+        recalculateTimedStartTimes();
+        return;
+    }
+    // The last fixed time gone: the marks it drew go with it.
+    const BackTiming::Plan before = std::move(m_timedPlan);
+    m_timedPlan = BackTiming::Plan();
     QTime t = m_startAnchor;
     for (Track& track : m_rows) {
         track.startTime = t;
@@ -849,11 +975,127 @@ void PlaylistModel::recalculateStartTimes()
     }
     if (!m_rows.isEmpty())
         emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
+    emitTimedMarkChanges(before);
+}
+
+void PlaylistModel::emitTimedMarkChanges(const BackTiming::Plan& before)
+{
+    // Only the rows whose mark changed, in runs: listeners that read every announced row (the
+    // playout's read-ahead) must not walk the whole list on each schedule pass.
+    const auto markOf = [](const BackTiming::Plan& plan, int row) {
+        if (row >= plan.rows.size())
+            return std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
+        const BackTiming::RowPlan& planned = plan.rows.at(row);
+        const bool marked = planned.fate == BackTiming::Fate::Skipped ||
+                            planned.fate == BackTiming::Fate::Cut || planned.fate == BackTiming::Fate::Stale;
+        return marked ? std::pair<BackTiming::Fate, int>(planned.fate, planned.timedRow)
+                      : std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
+    };
+    int first = -1;
+    for (int row = 0; row <= m_rows.size(); ++row) {
+        const bool changed = row < m_rows.size() && markOf(before, row) != markOf(m_timedPlan, row);
+        if (changed && first < 0)
+            first = row;
+        if (!changed && first >= 0) {
+            emit dataChanged(index(first, 0), index(row - 1, ColumnCount - 1));
+            first = -1;
+        }
+    }
+}
+
+void PlaylistModel::recalculateTimedStartTimes()
+{
+    BackTiming::Input input;
+    input.rows.reserve(m_rows.size());
+    for (const Track& track : m_rows)
+        input.rows.append(BackTiming::rowFromTrack(track, true));
+    // The current row started where the plain schedule puts it (the studio anchors the schedule so
+    // that this is when it really started); the plan runs from that moment.
+    QDateTime from = startAnchorAt();
+    if (isValidRow(m_currentRow) && from.isValid()) {
+        qint64 before = 0;
+        for (int i = 0; i < m_currentRow; ++i)
+            before += std::max<qint64>(m_rows.at(i).durationMs / 1000, 0);
+        from = from.addSecs(before);
+        input.currentRow = m_currentRow;
+    }
+    input.now = from;
+    const BackTiming::Plan before = std::move(m_timedPlan);
+    m_timedPlan = BackTiming::plan(input);
+
+    const bool planned = from.isValid();
+    LocalClock clock;
+    for (int i = 0; i < m_rows.size(); ++i) {
+        Track& track = m_rows[i];
+        // A timed row shows its fixed time; its tool tip tells when it is planned to start.
+        if (!track.isCommand && track.timed.isTimed())
+            track.startTime = track.timed.at.time();
+        else
+            track.startTime = planned ? clock.timeOf(m_timedPlan.rows.at(i).startMs) : QTime();
+    }
+    if (!m_rows.isEmpty())
+        emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
+    emitTimedMarkChanges(before);
 }
 
 void PlaylistModel::setStartAnchor(const QTime& anchor)
 {
+    QDate day;
+    if (anchor.isValid()) {
+        // The day that puts the anchor nearest to now: 23:59 set just after midnight is yesterday's.
+        const QDateTime now = QDateTime::currentDateTime();
+        qint64 nearest = std::numeric_limits<qint64>::max();
+        for (int offset = -1; offset <= 1; ++offset) {
+            const QDateTime candidate(now.date().addDays(offset), anchor);
+            const qint64 distance = std::abs(now.msecsTo(candidate));
+            if (candidate.isValid() && distance < nearest) {
+                nearest = distance;
+                day = candidate.date();
+            }
+        }
+    }
     m_startAnchor = anchor;
+    m_startAnchorDay = day;
+    recalculateStartTimes();
+}
+
+void PlaylistModel::setStartAnchorAt(const QDateTime& anchor)
+{
+    m_startAnchor = anchor.time();
+    m_startAnchorDay = anchor.date();
+    recalculateStartTimes();
+}
+
+QDateTime PlaylistModel::startAnchorAt() const
+{
+    if (!m_startAnchor.isValid() || !m_startAnchorDay.isValid())
+        return QDateTime();
+    return QDateTime(m_startAnchorDay, m_startAnchor);
+}
+
+const BackTiming::Plan& PlaylistModel::timedPlan() const
+{
+    return m_timedPlan;
+}
+
+QDateTime PlaylistModel::skippedForTime(int row) const
+{
+    if (!isValidRow(row) || m_timedPlan.rows.size() != m_rows.size())
+        return QDateTime();
+    const BackTiming::RowPlan& plan = m_timedPlan.rows.at(row);
+    if (plan.fate == BackTiming::Fate::Stale)
+        return m_rows.at(row).timed.at;
+    if (plan.fate == BackTiming::Fate::Skipped && isValidRow(plan.timedRow))
+        return m_rows.at(plan.timedRow).timed.at;
+    return QDateTime();
+}
+
+void PlaylistModel::setRowTimed(int row, const TimedStart& timed)
+{
+    if (!isValidRow(row) || m_rows.at(row).isCommand)
+        return;
+    m_rows[row].timed = timed.isTimed() ? timed : TimedStart();
+    emitRowChanged(row);
     recalculateStartTimes();
 }
 

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "backtiming.h"
 #include "track.h"
 #include "trackparams.h"
 #include "tracktext.h"
 
 #include <QAbstractTableModel>
+#include <QDateTime>
 #include <QHash>
 #include <QList>
 #include <QPair>
@@ -55,6 +57,11 @@ public:
         ColumnCount = 7
     };
 
+    // Data roles beyond the standard ones, answered only where they apply.
+    enum Role {
+        SkippedForTimeRole = Qt::UserRole + 40 // QDateTime: see skippedForTime()
+    };
+
     // "application/x-ondaro-rows": this playlist's own row-move payload.
     static QString rowsMimeType();
 
@@ -95,6 +102,16 @@ public:
     bool hourMarkersVisible() const;
     // The hour (0..23) that begins at row, or -1.
     int hourMarkerAt(int row) const;
+    // Running to time. While no row carries a fixed time the plan is empty and the schedule is the
+    // plain running order from the anchor. Once one does, the start times come from the plan: a
+    // timed row starts at its fixed time and the rows after it from there, as of the start of the
+    // current row (or of the anchor when none is current). Rows are counted in whole seconds.
+    const BackTiming::Plan& timedPlan() const;
+    // For a row that gives way to a fixed time (skipped, or a timed row gone stale): the fixed time it
+    // gives way to; invalid otherwise. Also through SkippedForTimeRole.
+    QDateTime skippedForTime(int row) const;
+    // The anchor with its day: the moment row 0 starts.
+    QDateTime startAnchorAt() const;
     // Start time of row 0; the time of day at construction unless setStartAnchor moved it.
     QTime startAnchor() const;
     // Sum of durationMs over all rows, milliseconds.
@@ -150,6 +167,11 @@ public slots:
     // Re-anchors the schedule (tests fix it; a station may align it to the actual start) and
     // recomputes start times.
     void setStartAnchor(const QTime& anchor);
+    // The same with the day given (a time of day alone takes the day that puts it nearest to now).
+    void setStartAnchorAt(const QDateTime& anchor);
+    // Gives the row a fixed start time (mode None clears it) and recomputes start times. Ignores an
+    // invalid row and command rows, which have no fixed time.
+    void setRowTimed(int row, const TimedStart& timed);
     // Reads the colours' parameters again and repaints every row (for example after track parameters
     // changed on another machine).
     void refresh();
@@ -170,7 +192,11 @@ private:
     QVariant toolTipData(int row, int column) const;
     QVariant backgroundData(int row) const;
     QVariant foregroundData(int row, int column) const;
-    QVariant fontData(int row) const;
+    QVariant fontData(int row, int column) const;
+    void recalculateTimedStartTimes();
+    // Announces the rows whose skip or cut mark differs from `before`.
+    void emitTimedMarkChanges(const BackTiming::Plan& before);
+    QVariant timedToolTip(int row, int column) const;
     // The colour cache: reads what painting asked for, or one file whose parameters changed.
     void readColours();
     void readColourAgain(const QString& filePath);
@@ -184,6 +210,8 @@ private:
     QSet<int> m_playedRows;
     QHash<int, int> m_rowCounters;
     bool m_hourMarkersVisible = false;
+    QDate m_startAnchorDay;
+    BackTiming::Plan m_timedPlan; // empty while no row is timed
     QList<Track> m_rows;
     QList<qint64> m_rowIds; // parallel to m_rows
     int m_currentRow = -1;

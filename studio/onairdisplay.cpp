@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace {
 
@@ -19,6 +20,17 @@ const QString nothingOnAir = QStringLiteral("Nothing on air");
 const QString nothingNext = QStringLiteral("—");
 const QString shuffleNext = QStringLiteral("(shuffle picks the next row)");
 const QString liveText = QStringLiteral("LIVE");
+const QString timedEventFormat = QStringLiteral("%1 %2 – %3");
+const QString dueNowText = QStringLiteral("due now");
+const QString countdownFormat = QStringLiteral("in %1");
+const QString overFormat = QStringLiteral("+%1 over");
+const QString underFormat = QStringLiteral("-%1 under");
+const QString onTimeText = QStringLiteral("on time");
+const QString unknownLengthText = QStringLiteral("length unknown");
+const QString jumpsBackFormat = QStringLiteral("jumps back to row %1");
+const QString waitsForPlayText = QStringLiteral(" (waits for Play after a STOP)");
+// How often the plan is recomputed while the list stands still (milliseconds).
+constexpr qint64 timedPlanEveryMs = 1000;
 
 QLabel* bigLabel(QWidget* parent, int pointSize, bool bold)
 {
@@ -79,10 +91,18 @@ OnAirDisplay::OnAirDisplay(AudioEngine* engine, PlaylistModel* playlist, QWidget
     m_next = addCaptioned(grid, 0, 0, QStringLiteral("Next:"));
     m_endsAt = addCaptioned(grid, 0, 2, QStringLiteral("Ends at"));
     m_totalLeft = addCaptioned(grid, 0, 4, QStringLiteral("Left"));
+    m_timedEvent = addCaptioned(grid, 1, 0, QStringLiteral("Timed:"));
+    m_timedEvent->setStyleSheet(QStringLiteral("color: #ffb84d;"));
+    m_timedCountdown = addCaptioned(grid, 1, 2, QStringLiteral("Countdown"));
+    m_timedOverUnder = addCaptioned(grid, 1, 4, QStringLiteral("Before it"));
     grid->setColumnStretch(1, 1);
     column->addLayout(grid);
 
-    const auto stale = [this] { m_lengthAfterStale = true; };
+    m_clockSource = [] { return QDateTime::currentDateTime(); };
+    const auto stale = [this] {
+        m_lengthAfterStale = true;
+        m_timedRowsStale = true;
+    };
     connect(playlist, &QAbstractItemModel::rowsInserted, this, stale);
     connect(playlist, &QAbstractItemModel::rowsRemoved, this, stale);
     connect(playlist, &QAbstractItemModel::modelReset, this, stale);
@@ -116,7 +136,8 @@ void OnAirDisplay::refresh()
     const bool onAir = row >= 0 && row < rows.size();
     const Track& current = m_engine->currentTrack();
 
-    m_clock->setText(QTime::currentTime().toString(QStringLiteral("HH:mm:ss")));
+    const QDateTime now = m_clockSource();
+    m_clock->setText(now.time().toString(QStringLiteral("HH:mm:ss")));
     m_now->setText(onAir ? StudioSchedule::trackText(current) : nothingOnAir);
 
     const qint64 position = std::max<qint64>(m_engine->position(), 0);
@@ -159,6 +180,101 @@ void OnAirDisplay::refresh()
     }
     const qint64 left = m_lengthAfter + (m_remainingMs > 0 ? m_remainingMs : 0);
     m_totalLeft->setText(StudioSchedule::formatLength(left));
+    refreshTimedEvent(now);
+}
+
+void OnAirDisplay::setClock(std::function<QDateTime()> now)
+{
+    m_clockSource = std::move(now);
+    m_timedPlannedAt = 0;
+    refresh();
+}
+
+void OnAirDisplay::refreshTimedEvent(const QDateTime& now)
+{
+    const QList<Track>& rows = m_playlist->tracks();
+    const bool rowsChanged = m_timedRowsStale;
+    if (m_timedRowsStale) {
+        m_anyTimed = BackTiming::anyTimed(rows);
+        m_timedRows.clear();
+        if (m_anyTimed) {
+            m_timedRows.reserve(rows.size());
+            for (const Track& track : rows)
+                m_timedRows.append(BackTiming::rowFromTrack(track));
+        }
+        m_timedRowsStale = false;
+    }
+    if (!m_anyTimed) {
+        m_timedPlan = BackTiming::Plan();
+        m_timedEvent->setText(nothingNext);
+        m_timedCountdown->clear();
+        m_timedOverUnder->clear();
+        return;
+    }
+
+    const qint64 nowMs = now.toMSecsSinceEpoch();
+    if (rowsChanged || m_timedPlannedAt == 0 || std::abs(nowMs - m_timedPlannedAt) >= timedPlanEveryMs) {
+        BackTiming::Input input;
+        input.rows = m_timedRows;
+        input.now = now;
+        const int row = m_engine->currentRow();
+        if (row >= 0 && row < input.rows.size()) {
+            input.currentRow = row;
+            input.elapsedMs = std::max<qint64>(m_engine->position(), 0);
+            // The end as the engine plays it: a cue-out in use ends the track early.
+            const qint64 duration = m_engine->effectiveDuration();
+            if (duration > 0 && !input.rows.at(row).endless)
+                input.rows[row].lengthMs = duration;
+        } else {
+            const int next = m_engine->nextRow();
+            input.startRow = next >= 0 ? next : 0;
+        }
+        m_timedPlan = BackTiming::plan(input);
+        m_timedPlannedAt = nowMs;
+    }
+
+    const BackTiming::Event* event = m_timedPlan.next();
+    if (event == nullptr || event->row >= rows.size()) {
+        m_timedEvent->setText(nothingNext);
+        m_timedCountdown->clear();
+        m_timedOverUnder->clear();
+        return;
+    }
+    const QString when =
+        QDateTime::fromMSecsSinceEpoch(event->atMs).time().toString(QStringLiteral("HH:mm:ss"));
+    const QString mode =
+        event->mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft");
+    m_timedEvent->setText(timedEventFormat.arg(when, mode, StudioSchedule::trackText(rows.at(event->row))) +
+                          (event->waitsForPlay ? waitsForPlayText : QString()));
+    // Counted up to the whole second, so "in 0:01" shows until the moment comes.
+    const qint64 untilMs = event->atMs - nowMs;
+    m_timedCountdown->setText(untilMs > 0 ? countdownFormat.arg(StudioSchedule::formatLength(untilMs + 999))
+                                          : dueNowText);
+    if (event->jumpsBack)
+        m_timedOverUnder->setText(jumpsBackFormat.arg(event->row + 1));
+    else if (!event->overUnderKnown)
+        m_timedOverUnder->setText(unknownLengthText);
+    else if (event->overUnderMs >= 1000)
+        m_timedOverUnder->setText(overFormat.arg(StudioSchedule::formatLength(event->overUnderMs)));
+    else if (event->overUnderMs <= -1000)
+        m_timedOverUnder->setText(underFormat.arg(StudioSchedule::formatLength(-event->overUnderMs)));
+    else
+        m_timedOverUnder->setText(onTimeText);
+}
+
+QString OnAirDisplay::timedEventText() const
+{
+    return m_timedEvent->text();
+}
+
+QString OnAirDisplay::timedCountdownText() const
+{
+    return m_timedCountdown->text();
+}
+
+QString OnAirDisplay::timedOverUnderText() const
+{
+    return m_timedOverUnder->text();
 }
 
 QString OnAirDisplay::nowText() const

@@ -14,6 +14,7 @@ namespace {
 
 const QString notPlayable = QStringLiteral("Not a file or stream, ignored: %1");
 const QString playlistFailed = QStringLiteral("Playlist not loaded: %1 (%2)");
+const QString timingNotUsed = QStringLiteral("Fixed start time not used: %1, %2");
 
 // The absolute path a file entry names ("file:" URLs included).
 QString localPath(const QString& entry)
@@ -35,6 +36,19 @@ QString PlaylistLoader::missingFileText(const QString& path)
     return QStringLiteral("File not found: %1").arg(QDir::toNativeSeparators(path));
 }
 
+QString PlaylistLoader::timingProblemText(const QString& playlistPath, const QString& problem)
+{
+    return timingNotUsed.arg(QDir::toNativeSeparators(playlistPath), problem);
+}
+
+QStringList PlaylistLoader::timingProblemTexts(const QString& playlistPath, const QStringList& problems)
+{
+    QStringList texts;
+    for (const QString& problem : problems)
+        texts << timingProblemText(playlistPath, problem);
+    return texts;
+}
+
 Track PlaylistLoader::trackFor(const QString& entry)
 {
     if (isStreamUrl(entry))
@@ -51,6 +65,7 @@ Track PlaylistLoader::withTags(const Track& bare)
         return bare;
     Track tagged = MusicLibrary::trackFromFile(bare.filePath);
     tagged.startTime = bare.startTime;
+    tagged.timed = bare.timed;
     return tagged;
 }
 
@@ -86,6 +101,7 @@ PlaylistLoader::Result PlaylistLoader::load(const QStringList& entries)
                 result.problems << missingFileText(missing);
             for (const QString& skipped : read.skipped)
                 result.problems << notPlayable.arg(skipped);
+            result.problems << timingProblemTexts(entry, read.timingProblems);
             continue;
         }
         const Track track = trackFromFileName(localPath(entry));

@@ -30,4 +30,9 @@ public:
     static Track withTags(const Track& bare);
 
     static QString missingFileText(const QString& path);
+    // A fixed start time of a playlist file that could not be used; `problem` is the file's own
+    // "Line <n>: why" (PlaylistFile::ReadResult::timingProblems).
+    static QString timingProblemText(const QString& playlistPath, const QString& problem);
+    // Those lines for every timing problem of a read file.
+    static QStringList timingProblemTexts(const QString& playlistPath, const QStringList& problems);
 };

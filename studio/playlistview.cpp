@@ -1,5 +1,6 @@
 #include "playlistview.h"
 
+#include "fixedstartdialog.h"
 #include "mixoverridedialog.h"
 #include "playlistmodel.h"
 #include "stopbuttondelegate.h"
@@ -16,6 +17,21 @@ const QString dequeueText = QStringLiteral("Remove from queue");
 const QString stopAfterText = QStringLiteral("Insert STOP after");
 const QString removeText = QStringLiteral("Remove");
 const QString mixOverrideText = QStringLiteral("Mix override…");
+const QString fixedStartText = QStringLiteral("Fixed start time…");
+const QString clearFixedStartText = QStringLiteral("Clear fixed start time");
+
+// The next moment at or after now with the given time of day: where a row planned for that time
+// would be given it.
+QDateTime nextAt(const QTime& time)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    if (!time.isValid())
+        return now;
+    QDateTime at(now.date(), time);
+    if (at < now)
+        at = QDateTime(now.date().addDays(1), time);
+    return at;
+}
 
 } // namespace
 
@@ -125,6 +141,26 @@ void PlaylistView::editMixOverride(int row)
     dialog->open();
 }
 
+void PlaylistView::editFixedStart(int row)
+{
+    if (row < 0 || row >= m_playlist->rowCount() || m_playlist->tracks().at(row).isCommand)
+        return;
+    const Track& track = m_playlist->tracks().at(row);
+    auto* dialog =
+        new FixedStartDialog(StudioSchedule::trackText(track), track.timed, nextAt(track.startTime), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    // The row is followed by its identity: rows may move while the dialog is open.
+    const qint64 id = m_playlist->rowId(row);
+    connect(dialog, &QDialog::accepted, this,
+            [this, id, dialog] { m_playlist->setRowTimed(m_playlist->rowOfId(id), dialog->timedStart()); });
+    dialog->open();
+}
+
+void PlaylistView::clearFixedStart(int row)
+{
+    m_playlist->setRowTimed(row, TimedStart());
+}
+
 QMenu* PlaylistView::createContextMenu(int row)
 {
     auto* menu = new QMenu(this);
@@ -139,12 +175,26 @@ QMenu* PlaylistView::createContextMenu(int row)
     return menu;
 }
 
+QMenu* PlaylistView::createRowMenu(int row)
+{
+    QMenu* menu = createContextMenu(row);
+    const bool valid = row >= 0 && row < m_playlist->rowCount();
+    const bool command = valid && m_playlist->tracks().at(row).isCommand;
+    const bool timed = valid && !command && m_playlist->tracks().at(row).timed.isTimed();
+    menu->addSeparator();
+    // A command row has no fixed time of its own: the entries are shown, greyed.
+    menu->addAction(fixedStartText, this, [this, row] { editFixedStart(row); })
+        ->setEnabled(valid && !command);
+    menu->addAction(clearFixedStartText, this, [this, row] { clearFixedStart(row); })->setEnabled(timed);
+    return menu;
+}
+
 void PlaylistView::showContextMenu(const QPoint& position)
 {
     const QModelIndex index = indexAt(position);
     if (!index.isValid())
         return;
-    QMenu* menu = createContextMenu(index.row());
+    QMenu* menu = createRowMenu(index.row());
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->popup(viewport()->mapToGlobal(position));
 }

@@ -53,6 +53,14 @@ QTime anchorFor(const QList<Track>& rows, int row, const QTime& startedAt)
     return startedAt.addSecs(-int(before % secondsPerDay));
 }
 
+QDateTime anchorAt(const QList<Track>& rows, int row, const QDateTime& startedAt)
+{
+    qint64 before = 0;
+    for (qsizetype i = 0; i < std::min<qsizetype>(row, rows.size()); ++i)
+        before += wholeSeconds(rows.at(i));
+    return startedAt.addSecs(-before);
+}
+
 QString formatLength(qint64 ms)
 {
     if (ms < 0)

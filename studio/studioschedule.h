@@ -2,6 +2,7 @@
 
 #include "track.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <QTime>
@@ -22,6 +23,8 @@ QTime plannedEnd(const QList<Track>& rows);
 
 // The start time of row 0 that makes `row` start at `startedAt` in the playlist's schedule.
 QTime anchorFor(const QList<Track>& rows, int row, const QTime& startedAt);
+// The same with its day: a running-to-time plan needs to know which noon is meant.
+QDateTime anchorAt(const QList<Track>& rows, int row, const QDateTime& startedAt);
 
 // "m:ss" under an hour, "h:mm:ss" from an hour on; "--:--" for a negative or unknown length.
 QString formatLength(qint64 ms);

@@ -109,8 +109,7 @@ StudioWindow::StudioWindow(QWidget* parent) : QMainWindow(parent)
     // The schedule follows what really happens: the row that starts now starts now.
     connect(m_engine, &AudioEngine::trackStarted, this,
             [this](int row, const Track&, const QDateTime& startedAt) {
-                m_playlist->setStartAnchor(
-                    StudioSchedule::anchorFor(m_playlist->tracks(), row, startedAt.time()));
+                m_playlist->setStartAnchorAt(StudioSchedule::anchorAt(m_playlist->tracks(), row, startedAt));
             });
     connect(m_view, &PlaylistView::playRowRequested, m_engine, &AudioEngine::playRow);
     connect(m_playlist, &PlaylistModel::tracksInserted, this, &StudioWindow::onTracksDropped);
@@ -347,6 +346,8 @@ bool StudioWindow::openPlaylist(const QString& path)
         problems << PlaylistLoader::missingFileText(missing);
     for (const QString& skipped : read.skipped)
         problems << QStringLiteral("Not a file or stream, ignored: %1").arg(skipped);
+    // A fixed time the file gets wrong is the presenter's to know before the hour runs: in the log.
+    problems << PlaylistLoader::timingProblemTexts(path, read.timingProblems);
     log((onAir ? appendedText : loadedText).arg(read.tracks.size()).arg(QDir::toNativeSeparators(path)));
     reportProblems(problems);
     appendTracks(read.tracks);
