@@ -149,8 +149,10 @@ FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>&
     const auto depthOf = [&](qint64 lengthMs) { return qMin(fill.depthMs(gapMs - lengthMs), wantedDepth); };
     for (Relaxation relaxation :
          {Relaxation::None, Relaxation::ArtistSeparation, Relaxation::ArtistAndTitleSeparation}) {
+        // One pass scores each candidate; the best of them, in pool order, go to the rotation's draw.
         qint64 best = std::numeric_limits<qint64>::max();
         qint64 bestDepth = 0;
+        QList<int> closest;
         for (int index : allowed) {
             const RotationKeys& keys = pool.keys(index);
             if (!keepsSeparation(keys, history, atMs, rules, relaxation))
@@ -160,20 +162,18 @@ FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>&
             if (miss < best || (miss == best && depth > bestDepth)) {
                 best = miss;
                 bestDepth = depth;
+                closest.clear();
             }
+            if (miss == best && depth == bestDepth)
+                closest << index;
         }
-        if (best == std::numeric_limits<qint64>::max())
+        if (closest.isEmpty())
             continue; // nothing keeps these rules: relax further, as choose() does
         fit.anyAllowed = true;
         fit.missMs = best;
         if (best >= stopMissMs)
             return fit;
-        fit.choice.candidate = pickLeastRecent(pool, allowed, history, random, [&](const RotationKeys& keys) {
-            if (!keepsSeparation(keys, history, atMs, rules, relaxation))
-                return false;
-            const qint64 miss = fill.missMs(gapMs - keys.lengthMs);
-            return miss == best && (miss != 0 || depthOf(keys.lengthMs) == bestDepth);
-        });
+        fit.choice.candidate = leastRecentlyPlayed(pool, closest, history, random);
         fit.choice.relaxation = relaxation;
         return fit;
     }

@@ -85,7 +85,8 @@ private:
     // The candidates a category allows this hour, and the shortest and longest of them.
     struct AllowedTracks {
         QList<int> indexes;
-        FillSpan span;
+        FillSpan span; // worked out when a fill before a timed slot first asks
+        bool spanKnown = false;
     };
     enum class FileLookup { Stream, Missing, Found };
 
@@ -118,6 +119,7 @@ private:
     void fillSlot(QDateTime& cursor, const QString& clock, int index, const ClockSlot& slot,
                   const TimedStart& timed = TimedStart());
     FillSpan spanOf(const ClockSlot& slot, const QDateTime& at);
+    FillSpan spanOf(AllowedTracks& tracks);
     bool fillLoose(QDateTime& cursor, const QString& clock, const QList<ClockSlot>& clockSlots,
                    const QList<int>& filling, const QDateTime& hourEnd, int& itemsInHour);
     bool fillTo(QDateTime& cursor, const QString& clock, const QList<ClockSlot>& clockSlots,
@@ -163,22 +165,30 @@ Run::AllowedTracks& Run::allowedFor(const ClockSlot& slot, const QDateTime& at)
         AllowedTracks tracks;
         tracks.indexes = RotationRules::allowedAt(pool, pool.inCategory(slot.value), at);
         tracks.indexes.removeIf([this](int i) { return fileState.at(i) == FileState::Missing; });
-        // The fill plans with the middle of the category's lengths: its shortest and longest tracks
-        // are few, and the separations may hold them back just when the last gap needs them.
-        QVector<qint64> lengths;
-        lengths.reserve(tracks.indexes.size());
-        for (int i : tracks.indexes)
-            lengths << pool.keys(i).lengthMs;
-        if (!lengths.isEmpty()) {
-            const qsizetype margin = lengths.size() / 10;
-            std::nth_element(lengths.begin(), lengths.begin() + margin, lengths.end());
-            tracks.span.shortestMs = lengths.at(margin);
-            std::nth_element(lengths.begin(), lengths.end() - 1 - margin, lengths.end());
-            tracks.span.longestMs = lengths.at(lengths.size() - 1 - margin);
-        }
         allowed = allowedThisHour.insert(key, tracks);
     }
     return allowed.value();
+}
+
+FillSpan Run::spanOf(AllowedTracks& tracks)
+{
+    if (tracks.spanKnown)
+        return tracks.span;
+    // The fill plans with the middle of the category's lengths: its shortest and longest tracks are
+    // few, and the separations may hold them back just when the last gap needs them.
+    QVector<qint64> lengths;
+    lengths.reserve(tracks.indexes.size());
+    for (int i : tracks.indexes)
+        lengths << pool.keys(i).lengthMs;
+    if (!lengths.isEmpty()) {
+        const qsizetype margin = lengths.size() / 10;
+        std::nth_element(lengths.begin(), lengths.begin() + margin, lengths.end());
+        tracks.span.shortestMs = lengths.at(margin);
+        std::nth_element(lengths.begin(), lengths.end() - 1 - margin, lengths.end());
+        tracks.span.longestMs = lengths.at(lengths.size() - 1 - margin);
+    }
+    tracks.spanKnown = true;
+    return tracks.span;
 }
 
 void Run::addChoice(QDateTime& cursor, const QString& clock, int index, const ClockSlot& slot,
@@ -231,8 +241,8 @@ bool Run::fillCategoryToFit(QDateTime& cursor, const QString& clock, int index, 
 {
     AllowedTracks& allowed = allowedFor(slot, cursor);
     // Far from the timed slot every length leaves a gap the rest can close: the rotation alone picks.
-    if (allowed.indexes.isEmpty() ||
-        fill.closesAll(gapMs - allowed.span.longestMs, gapMs - allowed.span.shortestMs)) {
+    const FillSpan span = spanOf(allowed);
+    if (allowed.indexes.isEmpty() || fill.closesAll(gapMs - span.longestMs, gapMs - span.shortestMs)) {
         fillCategory(cursor, clock, index, slot);
         return true;
     }
@@ -337,7 +347,7 @@ FillSpan Run::spanOf(const ClockSlot& slot, const QDateTime& at)
 {
     switch (slot.kind) {
     case ClockSlot::Kind::Category:
-        return allowedFor(slot, at).span;
+        return spanOf(allowedFor(slot, at));
     case ClockSlot::Kind::File: {
         Track track;
         if (lookUpFile(slot.value, track) != FileLookup::Found)
