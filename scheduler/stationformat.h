@@ -37,7 +37,8 @@ struct SeparationRules {
 
 // A station's format: its rotation rules, its clocks (the order of one hour) and the grid that picks
 // the clock of each hour. Read by FormatReader, which guarantees that every grid entry names a clock,
-// that no clock is empty and that the grid covers every hour of the week.
+// that no clock is empty, that the grid covers every hour of the week, and that the timed slots of a
+// clock follow their times in order, only its first slot being due at 00:00.
 struct StationFormat {
     // How far the planned rows before a timed slot may end from its time, either way. Seconds.
     static constexpr int defaultFillToleranceSeconds = 30;
