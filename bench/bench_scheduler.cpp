@@ -128,6 +128,17 @@ int schedule(const QString& home)
                     "generation %lld ms (%d rows); total %lld ms\n",
                     listingMs, paramsMs, poolMs, pool.candidateCount(), generateMs, int(week.items.size()),
                     listingMs + paramsMs + poolMs + generateMs);
+        // The generation alone again, without and with timed slots, from the same pool.
+        const FormatReader::Result timedFormat =
+            FormatReader::parse(formatJson(home + QStringLiteral("/tone.wav"), true));
+        timer.restart();
+        const Schedule again = ScheduleGenerator(format.format, pool).generate(from, 168, 1, PlayHistory(pool));
+        const qint64 againMs = timer.restart();
+        const Schedule timedWeek =
+            ScheduleGenerator(timedFormat.format, pool).generate(from, 168, 1, PlayHistory(pool));
+        const qint64 timedMs = timer.restart();
+        std::printf("generation alone: %lld ms (%d rows) without timed slots, %lld ms (%d rows) with them\n",
+                    againMs, int(again.items.size()), timedMs, int(timedWeek.items.size()));
     }
     for (int hours : {24, 168}) {
         timer.restart();

@@ -18,11 +18,22 @@ TimedFill::TimedFill(const QList<FillSpan>& cycle, int next, qint64 toleranceMs,
         int position = first;
         for (int k = 1; k <= maxSlots; ++k) {
             if (k == 1 && !nextLengths.isEmpty()) {
+                // Sorted lengths give ranges in order: merged here, a large category leaves a few.
+                Range run{0, -1};
                 for (qint64 length : nextLengths) {
                     if (length - tolerance > horizonMs)
                         break;
-                    ranges.append({length - tolerance, length + tolerance});
+                    if (run.high < run.low) {
+                        run = {length - tolerance, length + tolerance};
+                    } else if (length - tolerance <= run.high + 1) {
+                        run.high = qMax(run.high, length + tolerance);
+                    } else {
+                        ranges.append(run);
+                        run = {length - tolerance, length + tolerance};
+                    }
                 }
+                if (run.high >= run.low)
+                    ranges.append(run);
                 shortest = nextLengths.first();
                 longest = nextLengths.last();
             } else {
