@@ -305,6 +305,27 @@ private slots:
         // The hours still fill up to the top of the next one.
         QCOMPARE(schedule.timedHours.size(), 2);
         QVERIFY(schedule.timedHours.first().withinTolerance);
+
+        // A timed category slot with no track: skipped the same way, and the half hour still fills.
+        const QByteArray polka = R"({
+            "clocks": {"C": [{"category": "A"}, {"category": "Polka", "at": "30:00", "timing": "soft"},
+                             {"category": "B"}]},
+            "grid": [{"clock": "C"}]})";
+        const Schedule noPolka = build(parse(polka), kMonday.addDays(4), 1, 6);
+        QVERIFY(noPolka.items.size() > 8);
+        int skipped = 0;
+        for (const ScheduleNote& note : noPolka.notes) {
+            if (note.kind == ScheduleNote::Kind::SlotSkipped) {
+                QVERIFY(note.text.contains(QStringLiteral("category \"Polka\"): skipped")));
+                ++skipped;
+            }
+        }
+        QCOMPARE(skipped, 1);
+        for (const ScheduledItem& item : noPolka.items)
+            QVERIFY(!item.track.timed.isTimed());
+        QCOMPARE(noPolka.timedHours.size(), 1);
+        QCOMPARE(noPolka.timedHours.first().landings.size(), 1); // 00:30; 01:00 opens with no timed slot
+        QVERIFY(noPolka.timedHours.first().withinTolerance);
     }
 };
 
