@@ -66,8 +66,8 @@ QByteArray formatJson(const QString& stationId, bool timed = false)
         if (timed) {
             parts[2] = QStringLiteral("{\"category\": \"%1\", \"at\": \"30:00\", \"timing\": \"soft\"}")
                            .arg(category(*(cats.begin() + 2)));
-            parts.prepend(QStringLiteral("{\"file\": \"%1\", \"at\": \"00:00\", \"timing\": \"hard\"}")
-                              .arg(stationId));
+            parts.prepend(
+                QStringLiteral("{\"file\": \"%1\", \"at\": \"00:00\", \"timing\": \"hard\"}").arg(stationId));
         }
         if (id)
             parts << QStringLiteral("{\"file\": \"%1\"}").arg(stationId);
@@ -132,7 +132,8 @@ int schedule(const QString& home)
         const FormatReader::Result timedFormat =
             FormatReader::parse(formatJson(home + QStringLiteral("/tone.wav"), true));
         timer.restart();
-        const Schedule again = ScheduleGenerator(format.format, pool).generate(from, 168, 1, PlayHistory(pool));
+        const Schedule again =
+            ScheduleGenerator(format.format, pool).generate(from, 168, 1, PlayHistory(pool));
         const qint64 againMs = timer.restart();
         const Schedule timedWeek =
             ScheduleGenerator(timedFormat.format, pool).generate(from, 168, 1, PlayHistory(pool));
@@ -184,15 +185,17 @@ int schedule(const QString& home)
         }
     }
     std::sort(offsets.begin(), offsets.end());
-    std::printf("168 hours with timed slots (hard 00:00, soft 30:00): %d rows, %d timed slots landed, %d "
-                "within %d s; distance from the time: median %.1f s, worst %.1f s; total %lld ms (goal < 2000 "
-                "ms); peak memory %.1f MiB\n",
-                int(outcome.schedule.items.size()), int(offsets.size()), within,
-                timed.format.fillToleranceSeconds, offsets.isEmpty() ? 0.0 : offsets.at(offsets.size() / 2) / 1000.0,
-                offsets.isEmpty() ? 0.0 : offsets.last() / 1000.0, timedMs, peakMemoryMiB());
+    std::printf(
+        "168 hours with timed slots (hard 00:00, soft 30:00): %d rows, %d timed slots landed, %d "
+        "within %d s; distance from the time: median %.1f s, worst %.1f s; total %lld ms (goal < 2000 "
+        "ms); peak memory %.1f MiB\n",
+        int(outcome.schedule.items.size()), int(offsets.size()), within, timed.format.fillToleranceSeconds,
+        offsets.isEmpty() ? 0.0 : offsets.at(offsets.size() / 2) / 1000.0,
+        offsets.isEmpty() ? 0.0 : offsets.last() / 1000.0, timedMs, peakMemoryMiB());
     for (const ScheduleNote& note : outcome.schedule.notes) {
         if (note.kind == ScheduleNote::Kind::TimedSlotMissed)
-            std::printf("  missed: %s  %s\n", qPrintable(note.at.toString(Qt::ISODate)), qPrintable(note.text));
+            std::printf("  missed: %s  %s\n", qPrintable(note.at.toString(Qt::ISODate)),
+                        qPrintable(note.text));
     }
     return 0;
 }

@@ -143,8 +143,9 @@ bool readRules(const QJsonObject& document, StationFormat& format, Problems& pro
 
 QString timeOfHourText(int seconds)
 {
-    return QStringLiteral("%1:%2").arg(seconds / 60, 2, 10, QLatin1Char('0')).arg(seconds % 60, 2, 10,
-                                                                                 QLatin1Char('0'));
+    return QStringLiteral("%1:%2")
+        .arg(seconds / 60, 2, 10, QLatin1Char('0'))
+        .arg(seconds % 60, 2, 10, QLatin1Char('0'));
 }
 
 // "at" (minutes:seconds past the hour) and "timing" ("hard" or "soft") come together or not at all.
@@ -187,8 +188,8 @@ bool readTiming(const QJsonObject& object, const QString& path, ClockSlot& slot,
     else if (mode == QLatin1String("soft"))
         slot.timing = TimedStart::Mode::Soft;
     else
-        return problems.fail(timingPath,
-                             QStringLiteral("must be \"hard\" or \"soft\", not \"%1\"").arg(timing.toString()));
+        return problems.fail(
+            timingPath, QStringLiteral("must be \"hard\" or \"soft\", not \"%1\"").arg(timing.toString()));
     slot.atSeconds = minutes * 60 + seconds;
     return true;
 }
@@ -235,8 +236,9 @@ bool checkTimedOrder(const QList<ClockSlot>& clockSlots, const QString& path, Pr
             continue;
         const QString atPath = indexed(path, i) + QLatin1Char('.') + kAt;
         if (slot.atSeconds == 0 && i > 0)
-            return problems.fail(atPath, QStringLiteral("only the first slot of a clock can be timed at "
-                                                        "\"00:00\" (the slots before it would have no time)"));
+            return problems.fail(atPath,
+                                 QStringLiteral("only the first slot of a clock can be timed at "
+                                                "\"00:00\" (the slots before it would have no time)"));
         if (previous >= 0 && slot.atSeconds <= previous)
             return problems.fail(atPath,
                                  QStringLiteral("\"%1\" is not after \"%2\", the time of a timed slot "

@@ -137,8 +137,8 @@ RotationChoice RotationRules::choose(const RotationPool& pool, const QList<int>&
 
 FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>& allowed,
                                      const PlayHistory& history, const QDateTime& at,
-                                     const SeparationRules& rules, SeededRandom& random, const TimedFill& fill,
-                                     qint64 gapMs, qint64 stopMissMs)
+                                     const SeparationRules& rules, SeededRandom& random,
+                                     const TimedFill& fill, qint64 gapMs, qint64 stopMissMs)
 {
     FitChoice fit;
     const qint64 atMs = at.toMSecsSinceEpoch();

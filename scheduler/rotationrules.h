@@ -77,7 +77,8 @@ public:
     // leaves a gap the slots after it can close (see TimedFill) or, failing that, comes closest; the least
     // recently played of them. No candidate when none comes closer than `stopMissMs`, what stopping
     // the fill now would miss by: then no draw is made either.
-    static FitChoice chooseToFit(const RotationPool& pool, const QList<int>& allowed, const PlayHistory& history,
-                                 const QDateTime& at, const SeparationRules& rules, SeededRandom& random,
-                                 const TimedFill& fill, qint64 gapMs, qint64 stopMissMs);
+    static FitChoice chooseToFit(const RotationPool& pool, const QList<int>& allowed,
+                                 const PlayHistory& history, const QDateTime& at,
+                                 const SeparationRules& rules, SeededRandom& random, const TimedFill& fill,
+                                 qint64 gapMs, qint64 stopMissMs);
 };

@@ -22,7 +22,8 @@ namespace {
 
 QString reportLine(const QDateTime& at, const QString& text)
 {
-    return at.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + QStringLiteral("  ") + text + QLatin1Char('\n');
+    return at.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + QStringLiteral("  ") + text +
+           QLatin1Char('\n');
 }
 
 QString hourText(const HourTiming& hour)
@@ -30,8 +31,10 @@ QString hourText(const HourTiming& hour)
     QStringList landings;
     for (const TimedLanding& landing : hour.landings)
         landings << QStringLiteral("%1 %2 %3")
-                        .arg(landing.mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft"),
-                             landing.due.toString(QStringLiteral("HH:mm:ss")), overUnderText(landing.overUnderMs));
+                        .arg(landing.mode == TimedStart::Mode::Hard ? QStringLiteral("hard")
+                                                                    : QStringLiteral("soft"),
+                             landing.due.toString(QStringLiteral("HH:mm:ss")),
+                             overUnderText(landing.overUnderMs));
     return QStringLiteral("clock \"%1\": planned %2 (%3)%4")
         .arg(hour.clock, overUnderText(hour.overUnderMs), landings.join(QStringLiteral(", ")),
              hour.withinTolerance ? QString() : QStringLiteral(", beyond the tolerance"));

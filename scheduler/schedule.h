@@ -22,8 +22,8 @@ struct ScheduleNote {
         ArtistAndTitleSeparationRelaxed, // both
         SlotSkipped,                     // no allowed track of the category
         FileMissing,                     // a fixed file that does not exist
-        NoTimeAdded,  // a pass through the clock added no time; the rest of the hour stays empty
-        HourItemLimit, // the hour reached the item limit; the rest of the hour stays empty
+        NoTimeAdded,    // a pass through the clock added no time; the rest of the hour stays empty
+        HourItemLimit,  // the hour reached the item limit; the rest of the hour stays empty
         TimedSlotMissed // the rows before a timed slot end further from its time than the tolerance
     };
     QDateTime at;

@@ -252,10 +252,9 @@ bool Run::fillCategoryToFit(QDateTime& cursor, const QString& clock, int index, 
     if (next && next->kind == ClockSlot::Kind::Category)
         nextLengths = RotationRules::eligibleLengths(pool, allowedFor(*next, cursor).indexes, history, cursor,
                                                      format.rules);
-    const TimedFill closer = nextLengths.isEmpty()
-                                 ? fill
-                                 : TimedFill(*rest.spans, rest.next, rest.toleranceMs, gapMs, rest.maxSlots,
-                                             nextLengths);
+    const TimedFill closer = nextLengths.isEmpty() ? fill
+                                                   : TimedFill(*rest.spans, rest.next, rest.toleranceMs,
+                                                               gapMs, rest.maxSlots, nextLengths);
     FitChoice fit = RotationRules::chooseToFit(pool, allowed.indexes, history, cursor, format.rules, random,
                                                closer, gapMs, stopMissMs);
     while (fit.choice.candidate >= 0 && !fileExists(fit.choice.candidate, cursor)) {
@@ -455,10 +454,11 @@ bool Run::fillTo(QDateTime& cursor, const QString& clock, const QList<ClockSlot>
         position = (position + 1) % filling.size();
         if (position == 0) {
             if (cursor == passStart) {
-                note(cursor, ScheduleNote::Kind::NoTimeAdded, clock, -1,
-                     QStringLiteral("clock \"%1\": a pass through the slots before the timed slot at %2 added "
-                                    "no time")
-                         .arg(clock, timeText(due)));
+                note(
+                    cursor, ScheduleNote::Kind::NoTimeAdded, clock, -1,
+                    QStringLiteral("clock \"%1\": a pass through the slots before the timed slot at %2 added "
+                                   "no time")
+                        .arg(clock, timeText(due)));
                 return true;
             }
             passStart = cursor;
@@ -488,11 +488,10 @@ void Run::recordLanding(const QDateTime& hourStart, const QString& hourClock, co
     hour.withinTolerance = hour.withinTolerance && landing.withinTolerance;
     hour.landings << landing;
     if (!landing.withinTolerance) {
-        const QString how =
-            landing.overUnderMs > 0
-                ? (slot.timing == TimedStart::Mode::Hard ? QStringLiteral("the row before it is cut")
-                                                         : QStringLiteral("it starts late"))
-                : QStringLiteral("the time before it is not filled");
+        const QString how = landing.overUnderMs > 0 ? (slot.timing == TimedStart::Mode::Hard
+                                                           ? QStringLiteral("the row before it is cut")
+                                                           : QStringLiteral("it starts late"))
+                                                    : QStringLiteral("the time before it is not filled");
         note(due, ScheduleNote::Kind::TimedSlotMissed, clock, index,
              QStringLiteral("clock \"%1\" slot %2 (%3), %4 at %5: the rows before it are planned %6, beyond "
                             "the tolerance of %7 seconds; %8")

@@ -191,8 +191,9 @@ private slots:
                                 {"category": "B", "at": "7:05", "timing": "hard"}]},
             "grid": [{"clock": "News"}]})");
         QVERIFY(!result.ok); // 07:05 after 30:00
-        QVERIFY2(result.error.contains(QStringLiteral("\"clocks.News[3].at\": \"07:05\" is not after \"30:00\"")),
-                 qPrintable(result.error));
+        QVERIFY2(
+            result.error.contains(QStringLiteral("\"clocks.News[3].at\": \"07:05\" is not after \"30:00\"")),
+            qPrintable(result.error));
 
         const FormatReader::Result good = FormatReader::parse(R"({
             "rules": {"fillToleranceSeconds": 45},
@@ -227,27 +228,33 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::newRow("at without timing") << QByteArray(R"([{"category": "A", "at": "30:00"}])")
                                            << QStringLiteral("\"clocks.C[0].timing\": missing");
-        QTest::newRow("timing without at") << QByteArray(R"([{"category": "A"}, {"file": "/n.wav", "timing": "hard"}])")
-                                           << QStringLiteral("\"clocks.C[1].at\": missing");
-        QTest::newRow("at as number") << QByteArray(R"([{"category": "A", "at": 30, "timing": "soft"}])")
-                                      << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds past the "
-                                                        "hour as a text, such as \"30:00\", not a number");
+        QTest::newRow("timing without at")
+            << QByteArray(R"([{"category": "A"}, {"file": "/n.wav", "timing": "hard"}])")
+            << QStringLiteral("\"clocks.C[1].at\": missing");
+        QTest::newRow("at as number")
+            << QByteArray(R"([{"category": "A", "at": 30, "timing": "soft"}])")
+            << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds past the "
+                              "hour as a text, such as \"30:00\", not a number");
         QTest::newRow("minute 60") << QByteArray(R"([{"category": "A", "at": "60:00", "timing": "soft"}])")
-                                   << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds past the hour, "
-                                                     "from \"00:00\" to \"59:59\", not \"60:00\"");
+                                   << QStringLiteral(
+                                          "\"clocks.C[0].at\": must be minutes:seconds past the hour, "
+                                          "from \"00:00\" to \"59:59\", not \"60:00\"");
         QTest::newRow("second 75") << QByteArray(R"([{"category": "A", "at": "10:75", "timing": "soft"}])")
                                    << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
-        QTest::newRow("hours given") << QByteArray(R"([{"category": "A", "at": "12:30:00", "timing": "soft"}])")
+        QTest::newRow("hours given") << QByteArray(
+                                            R"([{"category": "A", "at": "12:30:00", "timing": "soft"}])")
                                      << QStringLiteral("not \"12:30:00\"");
-        QTest::newRow("one digit seconds") << QByteArray(R"([{"category": "A", "at": "5:7", "timing": "soft"}])")
-                                           << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
+        QTest::newRow("one digit seconds")
+            << QByteArray(R"([{"category": "A", "at": "5:7", "timing": "soft"}])")
+            << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
         QTest::newRow("negative") << QByteArray(R"([{"category": "A", "at": "-1:00", "timing": "soft"}])")
                                   << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
         QTest::newRow("empty at") << QByteArray(R"([{"category": "A", "at": "", "timing": "soft"}])")
                                   << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
         QTest::newRow("firm timing") << QByteArray(R"([{"category": "A", "at": "10:00", "timing": "firm"}])")
-                                     << QStringLiteral("\"clocks.C[0].timing\": must be \"hard\" or \"soft\", "
-                                                       "not \"firm\"");
+                                     << QStringLiteral(
+                                            "\"clocks.C[0].timing\": must be \"hard\" or \"soft\", "
+                                            "not \"firm\"");
         QTest::newRow("timing as true") << QByteArray(R"([{"category": "A", "at": "10:00", "timing": true}])")
                                         << QStringLiteral("\"clocks.C[0].timing\": must be \"hard\" or "
                                                           "\"soft\", not a true/false value");
@@ -269,7 +276,8 @@ private slots:
     {
         QFETCH(QByteArray, clock);
         QFETCH(QString, message);
-        const QByteArray json = QByteArray(R"({"clocks": {"C": )") + clock + R"(}, "grid": [{"clock": "C"}]})";
+        const QByteArray json =
+            QByteArray(R"({"clocks": {"C": )") + clock + R"(}, "grid": [{"clock": "C"}]})";
         const FormatReader::Result result = FormatReader::parse(json);
         QVERIFY(!result.ok);
         QVERIFY2(result.error.contains(message),
@@ -282,9 +290,12 @@ private slots:
         QTest::addColumn<QByteArray>("value");
         QTest::addColumn<QString>("message");
         QTest::newRow("negative") << QByteArray("-1") << QStringLiteral("must not be negative (-1)");
-        QTest::newRow("text") << QByteArray("\"30\"") << QStringLiteral("must be a number of seconds, not a text");
-        QTest::newRow("fraction") << QByteArray("2.5") << QStringLiteral("must be a whole number of seconds (2.5)");
-        QTest::newRow("too large") << QByteArray("3601") << QStringLiteral("is too large (at most 3600 seconds)");
+        QTest::newRow("text") << QByteArray("\"30\"")
+                              << QStringLiteral("must be a number of seconds, not a text");
+        QTest::newRow("fraction") << QByteArray("2.5")
+                                  << QStringLiteral("must be a whole number of seconds (2.5)");
+        QTest::newRow("too large") << QByteArray("3601")
+                                   << QStringLiteral("is too large (at most 3600 seconds)");
     }
 
     void aMalformedFillToleranceIsRefused()
@@ -298,7 +309,8 @@ private slots:
         QVERIFY2(result.error.startsWith(QStringLiteral("\"rules.fillToleranceSeconds\": ") + message),
                  qPrintable(result.error));
         // Zero is a tolerance too: the fill must then end exactly on time.
-        const QByteArray zero = R"({"rules": {"fillToleranceSeconds": 0}, "clocks": {"C": [{"category": "A"}]},
+        const QByteArray zero =
+            R"({"rules": {"fillToleranceSeconds": 0}, "clocks": {"C": [{"category": "A"}]},
                                    "grid": [{"clock": "C"}]})";
         QVERIFY(FormatReader::parse(zero).ok);
         QCOMPARE(FormatReader::parse(zero).format.fillToleranceSeconds, 0);

@@ -147,8 +147,9 @@ private slots:
         const QString report = home.filePath(QStringLiteral("timed.txt"));
         const Run r = run(arguments + QStringList{QStringLiteral("--report"), report});
         QCOMPARE(r.exitCode, 0);
-        for (const char* line : {"#ONDARO-TIME:hard 2024-05-06T06:00:00\n", "#ONDARO-TIME:soft 2024-05-06T06:30:00\n",
-                                 "#ONDARO-TIME:hard 2024-05-06T07:00:00\n", "#ONDARO-TIME:soft 2024-05-06T07:30:00\n"})
+        for (const char* line :
+             {"#ONDARO-TIME:hard 2024-05-06T06:00:00\n", "#ONDARO-TIME:soft 2024-05-06T06:30:00\n",
+              "#ONDARO-TIME:hard 2024-05-06T07:00:00\n", "#ONDARO-TIME:soft 2024-05-06T07:30:00\n"})
             QVERIFY2(r.out.contains(line), r.out.constData());
         QCOMPARE(r.out.count("#ONDARO-TIME:"), 4);
         const QByteArray text = readFile(report);

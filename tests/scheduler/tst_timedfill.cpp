@@ -100,7 +100,7 @@ private slots:
         QCOMPARE(fill.depthMs(-28 * kSecond), 2 * kSecond);
         QCOMPARE(fill.depthMs(125 * kSecond), 5 * kSecond);
         QCOMPARE(fill.depthMs(200 * kSecond), 80 * kSecond); // 80 s above 120, 110 below 310
-        QCOMPARE(fill.depthMs(60 * kSecond), qint64(0)); // in the hole: not closable at all
+        QCOMPARE(fill.depthMs(60 * kSecond), qint64(0));     // in the hole: not closable at all
         QCOMPARE(fill.depthMs(400 * kSecond), qint64(0));
     }
 
@@ -144,8 +144,9 @@ private slots:
         const TimedFill last({}, 0, 5 * kSecond, 210 * kSecond, 10); // nothing comes after this slot
         SeededRandom random(1);
         // 210 s left: the 200 s song ends 10 s early, 5 s beyond the tolerance; every other is further.
-        FitChoice fit = RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, random, last,
-                                                   210 * kSecond, TimedFill::missIfStopped(210 * kSecond, 5 * kSecond));
+        FitChoice fit =
+            RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, random, last, 210 * kSecond,
+                                       TimedFill::missIfStopped(210 * kSecond, 5 * kSecond));
         QVERIFY(fit.anyAllowed);
         QVERIFY(fit.choice.candidate >= 0);
         QCOMPARE(pool.candidate(fit.choice.candidate).track.durationMs, 200 * kSecond);
@@ -154,15 +155,15 @@ private slots:
 
         // With 40 s left stopping misses by 35 s; the shortest song would run 60 s over, 55 s beyond.
         const TimedFill short40({}, 0, 5 * kSecond, 40 * kSecond, 10);
-        fit = RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, random, short40, 40 * kSecond,
-                                         TimedFill::missIfStopped(40 * kSecond, 5 * kSecond));
+        fit = RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, random, short40,
+                                         40 * kSecond, TimedFill::missIfStopped(40 * kSecond, 5 * kSecond));
         QVERIFY(fit.anyAllowed);
         QCOMPARE(fit.choice.candidate, -1);
         QCOMPARE(fit.missMs, 55 * kSecond);
 
         // Nothing allowed: no choice and nothing kept the rules.
-        fit = RotationRules::chooseToFit(pool, {}, history, at, SeparationRules{}, random, last, 210 * kSecond,
-                                         200 * kSecond);
+        fit = RotationRules::chooseToFit(pool, {}, history, at, SeparationRules{}, random, last,
+                                         210 * kSecond, 200 * kSecond);
         QVERIFY(!fit.anyAllowed);
         QCOMPARE(fit.choice.candidate, -1);
     }
@@ -191,8 +192,9 @@ private slots:
         }
         const TimedFill last({}, 0, 5 * kSecond, 201 * kSecond, 10);
         SeededRandom random(3);
-        const FitChoice fit = RotationRules::chooseToFit(pool, pool.inCategory(QStringLiteral("A")), history, at,
-                                                         SeparationRules{}, random, last, 201 * kSecond, 196 * kSecond);
+        const FitChoice fit =
+            RotationRules::chooseToFit(pool, pool.inCategory(QStringLiteral("A")), history, at,
+                                       SeparationRules{}, random, last, 201 * kSecond, 196 * kSecond);
         QVERIFY(fit.choice.candidate >= 0);
         QCOMPARE(fit.missMs, qint64(0));
         QCOMPARE(pool.candidate(fit.choice.candidate).track.title, QStringLiteral("Song 2"));

@@ -57,15 +57,16 @@ private:
               "Music": [{"category": "A"}, {"category": "B"}, {"category": "Jingle"}, {"category": "Gold"}]
             },
             "grid": [{"hours": [12], "clock": "Music"}, {"clock": "News"}]})")
-                                .arg(toleranceSeconds)
-                                .arg(news)
-                                .toUtf8();
+                                    .arg(toleranceSeconds)
+                                    .arg(news)
+                                    .toUtf8();
         return parse(json);
     }
 
     Schedule build(const StationFormat& format, const QDateTime& from, int hours, quint64 seed)
     {
-        const ScheduleBuilder::Outcome outcome = ScheduleBuilder::build(generated.name, format, from, hours, seed);
+        const ScheduleBuilder::Outcome outcome =
+            ScheduleBuilder::build(generated.name, format, from, hours, seed);
         if (!outcome.ok)
             qWarning() << outcome.error;
         return outcome.schedule;
@@ -74,7 +75,8 @@ private:
     // The planned end of the rows before item `index`, measured from the rows themselves.
     static qint64 endBefore(const Schedule& schedule, int index)
     {
-        return index > 0 ? endOf(schedule.items.at(index - 1)) : schedule.items.at(0).start.toMSecsSinceEpoch();
+        return index > 0 ? endOf(schedule.items.at(index - 1))
+                         : schedule.items.at(0).start.toMSecsSinceEpoch();
     }
 
 private slots:
@@ -83,7 +85,8 @@ private slots:
         QVERIFY(home.isValid());
         schedtest::useConfigFolder(home.path());
         QVERIFY(schedtest::freshStore());
-        generated = schedtest::generateLibrary(home.filePath(QStringLiteral("audio")), QStringLiteral("Music"));
+        generated =
+            schedtest::generateLibrary(home.filePath(QStringLiteral("audio")), QStringLiteral("Music"));
         QCOMPARE(generated.tracks.size(), 300);
         news = home.filePath(QStringLiteral("audio/News.wav"));
         QVERIFY(QFile::copy(generated.tone, news));
@@ -122,8 +125,9 @@ private slots:
             }
             if (i > 0) {
                 const qint64 offset = endBefore(schedule, i) - dueMs;
-                QVERIFY2(qAbs(offset) <= 30000,
-                         qPrintable(QStringLiteral("%1 at %2: %3 ms").arg(item.track.title, timed.at.toString(), QString::number(offset))));
+                QVERIFY2(qAbs(offset) <= 30000, qPrintable(QStringLiteral("%1 at %2: %3 ms")
+                                                               .arg(item.track.title, timed.at.toString(),
+                                                                    QString::number(offset))));
                 if (timed.isSoft())
                     QCOMPARE(item.start.toMSecsSinceEpoch(), qMax(dueMs, endBefore(schedule, i)));
             }
@@ -253,8 +257,9 @@ private slots:
             if (note.kind == ScheduleNote::Kind::TimedSlotMissed) {
                 ++missed;
                 QCOMPARE(note.at, landing.due);
-                QVERIFY2(note.text.contains(QStringLiteral("soft at 00:01:00: the rows before it are planned -0:55 under, "
-                                                          "beyond the tolerance of 30 seconds")),
+                QVERIFY2(note.text.contains(
+                             QStringLiteral("soft at 00:01:00: the rows before it are planned -0:55 under, "
+                                            "beyond the tolerance of 30 seconds")),
                          qPrintable(note.text));
             }
         }
@@ -272,7 +277,8 @@ private slots:
         QCOMPARE(late.track.timed.at, kMonday.addDays(3).addSecs(105));
         QCOMPARE(late.start, kMonday.addDays(3).addSecs(155));
         QCOMPARE(over.timedHours.first().landings.first().overUnderMs, qint64(50000));
-        QVERIFY(over.reportText().contains(QStringLiteral("+0:50 over, beyond the tolerance of 30 seconds; it starts late")));
+        QVERIFY(over.reportText().contains(
+            QStringLiteral("+0:50 over, beyond the tolerance of 30 seconds; it starts late")));
 
         // Hard, the slot keeps its time and the song before it is cut.
         overGap.replace("\"soft\"}, {\"category\": \"B\"", "\"hard\"}, {\"category\": \"B\"");
