@@ -142,11 +142,13 @@ FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>&
 {
     FitChoice fit;
     const qint64 atMs = at.toMSecsSinceEpoch();
-    // Of the lengths that leave a closable gap, those that leave it well inside the closable range
-    // (half the tolerance from its ends or more) go first: the last row then lands near the time
-    // itself, and a gap at the edge of what the slots to come seem to close is not left to chance.
-    const qint64 wantedDepth = qMax<qint64>(fill.toleranceMs() / 2, 1);
+    // Of the lengths that leave a closable gap, those that leave it well inside the closable range (a
+    // tolerance from its ends or more) go first: the last row then lands as near the time as the tracks
+    // allow, and a gap at the edge of what the slots to come seem to close is not left to chance.
+    const qint64 wantedDepth = qMax<qint64>(fill.toleranceMs(), 1);
     const auto depthOf = [&](qint64 lengthMs) { return qMin(fill.depthMs(gapMs - lengthMs), wantedDepth); };
+    QList<int> fallback; // the candidates to draw from, and the rules they keep
+    Relaxation fallbackRelaxation = Relaxation::None;
     for (Relaxation relaxation :
          {Relaxation::None, Relaxation::ArtistSeparation, Relaxation::ArtistAndTitleSeparation}) {
         // One pass scores each candidate; the best of them, in pool order, go to the rotation's draw.
@@ -169,14 +171,22 @@ FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>&
         }
         if (closest.isEmpty())
             continue; // nothing keeps these rules: relax further, as choose() does
-        fit.anyAllowed = true;
-        fit.missMs = best;
-        if (best >= stopMissMs)
-            return fit;
-        fit.choice.candidate = leastRecentlyPlayed(pool, closest, history, random);
-        fit.choice.relaxation = relaxation;
-        return fit;
+        // A timed slot outweighs a separation: when no track that keeps these rules lands, the next
+        // relaxation is tried for one that does (and reported like any relaxation). Failing that, the
+        // closest of the first rules that left any is taken.
+        if (!fit.anyAllowed || best == 0) {
+            fit.anyAllowed = true;
+            fit.missMs = best;
+            fallback = closest;
+            fallbackRelaxation = relaxation;
+        }
+        if (best == 0)
+            break;
     }
+    if (!fit.anyAllowed || fit.missMs >= stopMissMs)
+        return fit;
+    fit.choice.candidate = leastRecentlyPlayed(pool, fallback, history, random);
+    fit.choice.relaxation = fallbackRelaxation;
     return fit;
 }
 

@@ -74,9 +74,10 @@ public:
                                            const SeparationRules& rules);
     // The choice by length for a slot before a timed one, with `gapMs` left until its time. Of the
     // candidates choose() would consider (the same relaxations, in the same order), those whose length
-    // leaves a gap the slots after it can close (see TimedFill) or, failing that, comes closest; the least
-    // recently played of them. No candidate when none comes closer than `stopMissMs`, what stopping
-    // the fill now would miss by: then no draw is made either.
+    // leaves a gap the slots after it can close (see TimedFill), deepest inside it first, or, failing
+    // that, comes closest; the least recently played of them. When no track that keeps the rules
+    // lands, a further relaxation is tried for one that does. No candidate when none comes closer than
+    // `stopMissMs`, what stopping the fill now would miss by: then no draw is made either.
     static FitChoice chooseToFit(const RotationPool& pool, const QList<int>& allowed,
                                  const PlayHistory& history, const QDateTime& at,
                                  const SeparationRules& rules, SeededRandom& random, const TimedFill& fill,

@@ -153,6 +153,18 @@ private slots:
         QCOMPARE(fit.missMs, 5 * kSecond);
         QCOMPARE(fit.choice.relaxation, Relaxation::None);
 
+        // 215 s left, tolerance 40 s: 200 s ends 15 s early and 250 s ends 35 s late, both within it. The
+        // closer one goes first, whatever the draw would have said.
+        const TimedFill last40({}, 0, 40 * kSecond, 215 * kSecond, 10);
+        for (quint64 seed = 1; seed <= 8; ++seed) {
+            SeededRandom draw(seed);
+            fit = RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, draw, last40,
+                                             215 * kSecond,
+                                             TimedFill::missIfStopped(215 * kSecond, 40 * kSecond));
+            QCOMPARE(pool.candidate(fit.choice.candidate).track.durationMs, 200 * kSecond);
+            QCOMPARE(fit.missMs, qint64(0));
+        }
+
         // With 40 s left stopping misses by 35 s; the shortest song would run 60 s over, 55 s beyond.
         const TimedFill short40({}, 0, 5 * kSecond, 40 * kSecond, 10);
         fit = RotationRules::chooseToFit(pool, all, history, at, SeparationRules{}, random, short40,
@@ -177,7 +189,7 @@ private slots:
             t.artist = QStringLiteral("Artist %1").arg(i);
             t.title = QStringLiteral("Song %1").arg(i);
             t.category = QStringLiteral("A");
-            t.durationMs = (200 + i) * kSecond; // 200 to 203 s: all land a 201 s gap within 5 s
+            t.durationMs = (200 + i) * kSecond;
             t.filePath = folder.filePath(QStringLiteral("%1.wav").arg(i));
             tracks << t;
         }
@@ -190,14 +202,53 @@ private slots:
             if (t.title != QLatin1String("Song 2"))
                 history.recordPlay(t, at.addSecs(-3600 * (i + 1)));
         }
-        const TimedFill last({}, 0, 5 * kSecond, 201 * kSecond, 10);
+        // 600 s left, songs of 150 to 280 s to come: 397 to 400 s left are all deep inside what closes.
+        const TimedFill rest({kSong}, 0, 5 * kSecond, 600 * kSecond, 10);
         SeededRandom random(3);
         const FitChoice fit =
             RotationRules::chooseToFit(pool, pool.inCategory(QStringLiteral("A")), history, at,
-                                       SeparationRules{}, random, last, 201 * kSecond, 196 * kSecond);
+                                       SeparationRules{}, random, rest, 600 * kSecond, 595 * kSecond);
         QVERIFY(fit.choice.candidate >= 0);
         QCOMPARE(fit.missMs, qint64(0));
         QCOMPARE(pool.candidate(fit.choice.candidate).track.title, QStringLiteral("Song 2"));
+    }
+
+    void aSeparationGivesWayForATrackThatLandsAndTheRelaxationIsNamed()
+    {
+        QTemporaryDir folder;
+        QList<Track> tracks;
+        for (int seconds : {200, 250}) {
+            Track t;
+            t.artist = seconds == 200 ? QStringLiteral("Just Played") : QStringLiteral("Other");
+            t.title = QStringLiteral("Song %1").arg(seconds);
+            t.category = QStringLiteral("A");
+            t.durationMs = seconds * kSecond;
+            t.filePath = folder.filePath(QStringLiteral("%1.wav").arg(seconds));
+            tracks << t;
+        }
+        const RotationPool pool = RotationPool::build(tracks, {});
+        PlayHistory history(pool);
+        const QDateTime at(QDate(2024, 5, 6), QTime(6, 0));
+        Track earlier;
+        earlier.artist = QStringLiteral("Just Played");
+        earlier.title = QStringLiteral("Another Song");
+        history.recordPlay(earlier, at.addSecs(-600)); // ten minutes ago: held back by an hour's separation
+        SeparationRules rules;
+        rules.artistSeparationMinutes = 60;
+        // 205 s left, tolerance 10 s: only the held-back 200 s song lands; the other runs 45 s over.
+        const TimedFill last({}, 0, 10 * kSecond, 205 * kSecond, 10);
+        SeededRandom random(1);
+        FitChoice fit = RotationRules::chooseToFit(pool, pool.inCategory(QStringLiteral("A")), history, at,
+                                                   rules, random, last, 205 * kSecond, 195 * kSecond);
+        QCOMPARE(pool.candidate(fit.choice.candidate).track.title, QStringLiteral("Song 200"));
+        QCOMPARE(fit.choice.relaxation, Relaxation::ArtistSeparation);
+        QCOMPARE(fit.missMs, qint64(0));
+        // Far from the time both land, and the rule holds again.
+        const TimedFill far({kSong}, 0, 10 * kSecond, 900 * kSecond, 10);
+        fit = RotationRules::chooseToFit(pool, pool.inCategory(QStringLiteral("A")), history, at, rules,
+                                         random, far, 900 * kSecond, 890 * kSecond);
+        QCOMPARE(pool.candidate(fit.choice.candidate).track.title, QStringLiteral("Song 250"));
+        QCOMPARE(fit.choice.relaxation, Relaxation::None);
     }
 };
 
