@@ -1,6 +1,7 @@
 // ondaro-schedule: builds the running order of some hours from a station format (clocks, grid and
 // rotation rules in one JSON document) and a library of the store, and writes it as an extended M3U
-// playlist. The report says where a rotation rule had to give way and which slots stayed empty.
+// playlist. The report says where a rotation rule had to give way, which slots stayed empty, and how
+// each hour with timed slots meets their times.
 
 #include "applicationidentity.h"
 #include "formatreader.h"
@@ -37,6 +38,13 @@ const char* const kDescription =
     "A category slot takes the track of that category that may play then and keeps the separations, played\n"
     "least recently, the higher rating first, then drawn with the seed. Separations are relaxed (artist\n"
     "first, then title) when no track is left; such relaxations and skipped slots are reported.\n"
+    "A slot may be timed: {\"file\": \"/audio/news.wav\", \"at\": \"00:00\", \"timing\": \"hard\"} is due\n"
+    "at the top of the hour (\"at\" is minutes:seconds past the hour; a category slot may be timed too).\n"
+    "The slots between two timed ones run in order, again while time is left, and their tracks are chosen\n"
+    "by length so that they end within \"fillToleranceSeconds\" (in \"rules\", default 30) of the timed\n"
+    "slot. Hard: the timed row starts on its time; soft: after the row before it. Timed rows carry\n"
+    "\"#ONDARO-TIME\" lines, and the report gives each hour's planned over/under and any timed slot\n"
+    "missed beyond the tolerance.\n"
     "The same library, format, start and seed give the same playlist.\n"
     "\n"
     "Exit status: 0 the playlist was built (relaxations included), 1 nothing could be scheduled (no\n"

@@ -4,7 +4,8 @@
 // needs existing files and stored lengths, not distinct audio. Every tenth track carries parameters
 // (ratings; some limited to evening hours, disabled or out of their date range). The format has four
 // clocks. One day and one week are scheduled through ScheduleBuilder, database reads included, in a
-// child process of its own so that its peak memory is the scheduler's and not the set-up's.
+// child process of its own so that its peak memory is the scheduler's and not the set-up's; then the
+// week again with timed slots every hour (hard at the top, soft at half past).
 // Usage: bench_scheduler [tracks=100000]
 // Everything lives in a temporary folder (a private HOME and configuration folder).
 
@@ -25,6 +26,7 @@
 #include <QSqlDatabase>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 
@@ -51,14 +53,22 @@ QString category(int i)
     return QStringLiteral("Cat%1").arg(i, 2, 10, QLatin1Char('0'));
 }
 
-QByteArray formatJson(const QString& stationId)
+QByteArray formatJson(const QString& stationId, bool timed = false)
 {
-    // Four clocks over the twenty categories, with a fixed file and a command in some.
+    // Four clocks over the twenty categories, with a fixed file and a command in some. Timed: each
+    // clock opens with the station id, hard at the top of the hour, and its third slot is soft at
+    // half past.
     auto slot = [](int c) { return QStringLiteral("{\"category\": \"%1\"}").arg(category(c)); };
     auto clock = [&](std::initializer_list<int> cats, bool id, bool stop) {
         QStringList parts;
         for (int c : cats)
             parts << slot(c);
+        if (timed) {
+            parts[2] = QStringLiteral("{\"category\": \"%1\", \"at\": \"30:00\", \"timing\": \"soft\"}")
+                           .arg(category(*(cats.begin() + 2)));
+            parts.prepend(
+                QStringLiteral("{\"file\": \"%1\", \"at\": \"00:00\", \"timing\": \"hard\"}").arg(stationId));
+        }
         if (id)
             parts << QStringLiteral("{\"file\": \"%1\"}").arg(stationId);
         if (stop)
@@ -118,6 +128,18 @@ int schedule(const QString& home)
                     "generation %lld ms (%d rows); total %lld ms\n",
                     listingMs, paramsMs, poolMs, pool.candidateCount(), generateMs, int(week.items.size()),
                     listingMs + paramsMs + poolMs + generateMs);
+        // The generation alone again, without and with timed slots, from the same pool.
+        const FormatReader::Result timedFormat =
+            FormatReader::parse(formatJson(home + QStringLiteral("/tone.wav"), true));
+        timer.restart();
+        const Schedule again =
+            ScheduleGenerator(format.format, pool).generate(from, 168, 1, PlayHistory(pool));
+        const qint64 againMs = timer.restart();
+        const Schedule timedWeek =
+            ScheduleGenerator(timedFormat.format, pool).generate(from, 168, 1, PlayHistory(pool));
+        const qint64 timedMs = timer.restart();
+        std::printf("generation alone: %lld ms (%d rows) without timed slots, %lld ms (%d rows) with them\n",
+                    againMs, int(again.items.size()), timedMs, int(timedWeek.items.size()));
     }
     for (int hours : {24, 168}) {
         timer.restart();
@@ -137,6 +159,43 @@ int schedule(const QString& home)
             hours, int(outcome.schedule.items.size()), int(outcome.schedule.notes.size()), relaxed, ms,
             double(ms) / hours, peakMemoryMiB());
         std::fflush(stdout);
+    }
+
+    // The same week with timed slots in every hour: the fill by length is the extra work.
+    const FormatReader::Result timed =
+        FormatReader::parse(formatJson(home + QStringLiteral("/tone.wav"), true));
+    if (!timed.ok) {
+        std::fprintf(stderr, "timed format: %s\n", qPrintable(timed.error));
+        return 1;
+    }
+    timer.restart();
+    const ScheduleBuilder::Outcome outcome =
+        ScheduleBuilder::build(QStringLiteral("Bench"), timed.format, from, 168, 1);
+    const qint64 timedMs = timer.elapsed();
+    if (!outcome.ok) {
+        std::fprintf(stderr, "schedule: %s\n", qPrintable(outcome.error));
+        return 1;
+    }
+    QList<qint64> offsets;
+    int within = 0;
+    for (const HourTiming& hour : outcome.schedule.timedHours) {
+        for (const TimedLanding& landing : hour.landings) {
+            offsets << qAbs(landing.overUnderMs);
+            within += landing.withinTolerance ? 1 : 0;
+        }
+    }
+    std::sort(offsets.begin(), offsets.end());
+    std::printf(
+        "168 hours with timed slots (hard 00:00, soft 30:00): %d rows, %d timed slots landed, %d "
+        "within %d s; distance from the time: median %.1f s, worst %.1f s; total %lld ms (goal < 2000 "
+        "ms); peak memory %.1f MiB\n",
+        int(outcome.schedule.items.size()), int(offsets.size()), within, timed.format.fillToleranceSeconds,
+        offsets.isEmpty() ? 0.0 : offsets.at(offsets.size() / 2) / 1000.0,
+        offsets.isEmpty() ? 0.0 : offsets.last() / 1000.0, timedMs, peakMemoryMiB());
+    for (const ScheduleNote& note : outcome.schedule.notes) {
+        if (note.kind == ScheduleNote::Kind::TimedSlotMissed)
+            std::printf("  missed: %s  %s\n", qPrintable(note.at.toString(Qt::ISODate)),
+                        qPrintable(note.text));
     }
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
+#include <QRegularExpression>
 
 #include <cmath>
 
@@ -16,15 +17,20 @@ namespace {
 
 // Far beyond any useful separation, and small enough that minutes in milliseconds never overflow.
 constexpr int kMaxSeparationMinutes = 1000000;
+// A tolerance of a whole hour already lets any fill pass.
+constexpr int kMaxFillToleranceSeconds = 3600;
 
 const QString kRules = QStringLiteral("rules");
 const QString kClocks = QStringLiteral("clocks");
 const QString kGrid = QStringLiteral("grid");
 const QString kArtistSeparation = QStringLiteral("artistSeparationMinutes");
+const QString kFillTolerance = QStringLiteral("fillToleranceSeconds");
 const QString kTitleSeparation = QStringLiteral("titleSeparationMinutes");
 const QString kCategory = QStringLiteral("category");
 const QString kFile = QStringLiteral("file");
 const QString kCommand = QStringLiteral("command");
+const QString kAt = QStringLiteral("at");
+const QString kTiming = QStringLiteral("timing");
 const QString kDays = QStringLiteral("days");
 const QString kHours = QStringLiteral("hours");
 const QString kClock = QStringLiteral("clock");
@@ -100,7 +106,28 @@ bool readMinutes(const QJsonObject& rules, const QString& key, int& minutes, Pro
     return true;
 }
 
-bool readRules(const QJsonObject& document, SeparationRules& rules, Problems& problems)
+bool readTolerance(const QJsonObject& rules, int& seconds, Problems& problems)
+{
+    const QString path = kRules + QLatin1Char('.') + kFillTolerance;
+    const QJsonValue value = rules.value(kFillTolerance);
+    if (value.isUndefined())
+        return true; // the default
+    if (!value.isDouble())
+        return problems.fail(path,
+                             QStringLiteral("must be a number of seconds, not %1").arg(typeName(value)));
+    const double number = value.toDouble();
+    if (number < 0)
+        return problems.fail(path, QStringLiteral("must not be negative (%1)").arg(number));
+    if (std::floor(number) != number)
+        return problems.fail(path, QStringLiteral("must be a whole number of seconds (%1)").arg(number));
+    if (number > kMaxFillToleranceSeconds)
+        return problems.fail(
+            path, QStringLiteral("is too large (at most %1 seconds)").arg(kMaxFillToleranceSeconds));
+    seconds = static_cast<int>(number);
+    return true;
+}
+
+bool readRules(const QJsonObject& document, StationFormat& format, Problems& problems)
 {
     const QJsonValue value = document.value(kRules);
     if (value.isUndefined())
@@ -108,9 +135,63 @@ bool readRules(const QJsonObject& document, SeparationRules& rules, Problems& pr
     if (!value.isObject())
         return problems.fail(kRules, QStringLiteral("must be an object, not %1").arg(typeName(value)));
     const QJsonObject object = value.toObject();
-    return onlyKnownKeys(object, {kArtistSeparation, kTitleSeparation}, kRules, problems) &&
-           readMinutes(object, kArtistSeparation, rules.artistSeparationMinutes, problems) &&
-           readMinutes(object, kTitleSeparation, rules.titleSeparationMinutes, problems);
+    return onlyKnownKeys(object, {kArtistSeparation, kTitleSeparation, kFillTolerance}, kRules, problems) &&
+           readMinutes(object, kArtistSeparation, format.rules.artistSeparationMinutes, problems) &&
+           readMinutes(object, kTitleSeparation, format.rules.titleSeparationMinutes, problems) &&
+           readTolerance(object, format.fillToleranceSeconds, problems);
+}
+
+QString timeOfHourText(int seconds)
+{
+    return QStringLiteral("%1:%2")
+        .arg(seconds / 60, 2, 10, QLatin1Char('0'))
+        .arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
+// "at" (minutes:seconds past the hour) and "timing" ("hard" or "soft") come together or not at all.
+bool readTiming(const QJsonObject& object, const QString& path, ClockSlot& slot, Problems& problems)
+{
+    const QJsonValue at = object.value(kAt);
+    const QJsonValue timing = object.value(kTiming);
+    if (at.isUndefined() && timing.isUndefined())
+        return true;
+    const QString atPath = path + QLatin1Char('.') + kAt;
+    const QString timingPath = path + QLatin1Char('.') + kTiming;
+    if (slot.kind == ClockSlot::Kind::Command)
+        return problems.fail(at.isUndefined() ? timingPath : atPath,
+                             QStringLiteral("a command cannot be timed (time the slot after it)"));
+    if (at.isUndefined())
+        return problems.fail(atPath, QStringLiteral("missing (a timed slot needs minutes:seconds past the "
+                                                    "hour, e.g. \"30:00\")"));
+    if (timing.isUndefined())
+        return problems.fail(timingPath, QStringLiteral("missing (a slot with \"at\" is \"hard\" or "
+                                                        "\"soft\")"));
+    if (!at.isString())
+        return problems.fail(atPath, QStringLiteral("must be minutes:seconds past the hour as a text, such "
+                                                    "as \"30:00\", not %1")
+                                         .arg(typeName(at)));
+    static const QRegularExpression pattern(QStringLiteral("^([0-9]{1,2}):([0-9]{2})$"));
+    const QString atText = at.toString().trimmed();
+    const QRegularExpressionMatch match = pattern.match(atText);
+    const int minutes = match.hasMatch() ? match.captured(1).toInt() : -1;
+    const int seconds = match.hasMatch() ? match.captured(2).toInt() : -1;
+    if (minutes < 0 || minutes > 59 || seconds < 0 || seconds > 59)
+        return problems.fail(atPath, QStringLiteral("must be minutes:seconds past the hour, from \"00:00\" "
+                                                    "to \"59:59\", not \"%1\"")
+                                         .arg(at.toString()));
+    if (!timing.isString())
+        return problems.fail(timingPath,
+                             QStringLiteral("must be \"hard\" or \"soft\", not %1").arg(typeName(timing)));
+    const QString mode = timing.toString().trimmed().toLower();
+    if (mode == QLatin1String("hard"))
+        slot.timing = TimedStart::Mode::Hard;
+    else if (mode == QLatin1String("soft"))
+        slot.timing = TimedStart::Mode::Soft;
+    else
+        return problems.fail(
+            timingPath, QStringLiteral("must be \"hard\" or \"soft\", not \"%1\"").arg(timing.toString()));
+    slot.atSeconds = minutes * 60 + seconds;
+    return true;
 }
 
 bool readSlot(const QJsonValue& value, const QString& path, ClockSlot& slot, Problems& problems)
@@ -118,13 +199,20 @@ bool readSlot(const QJsonValue& value, const QString& path, ClockSlot& slot, Pro
     if (!value.isObject())
         return problems.fail(path, QStringLiteral("must be an object, not %1").arg(typeName(value)));
     const QJsonObject object = value.toObject();
-    if (!onlyKnownKeys(object, {kCategory, kFile, kCommand}, path, problems))
+    if (!onlyKnownKeys(object, {kCategory, kFile, kCommand, kAt, kTiming}, path, problems))
         return false;
-    if (object.size() != 1)
+    QString key;
+    int kinds = 0;
+    for (const QString& kind : {kCategory, kFile, kCommand}) {
+        if (object.contains(kind)) {
+            key = kind;
+            ++kinds;
+        }
+    }
+    if (kinds != 1)
         return problems.fail(path,
                              QStringLiteral("needs exactly one of \"category\", \"file\" or \"command\""));
-    const QString key = object.begin().key();
-    const QJsonValue text = object.begin().value();
+    const QJsonValue text = object.value(key);
     const QString keyPath = path + QLatin1Char('.') + key;
     if (!text.isString())
         return problems.fail(keyPath, QStringLiteral("must be a text, not %1").arg(typeName(text)));
@@ -134,6 +222,30 @@ bool readSlot(const QJsonValue& value, const QString& path, ClockSlot& slot, Pro
     slot.kind = key == kCategory ? ClockSlot::Kind::Category
                 : key == kFile   ? ClockSlot::Kind::File
                                  : ClockSlot::Kind::Command;
+    return readTiming(object, path, slot, problems);
+}
+
+// The timed slots of a clock follow their times in order, and only the first slot can be due at the
+// top of the hour: a slot before it would have no time to fill.
+bool checkTimedOrder(const QList<ClockSlot>& clockSlots, const QString& path, Problems& problems)
+{
+    int previous = -1;
+    for (int i = 0; i < clockSlots.size(); ++i) {
+        const ClockSlot& slot = clockSlots.at(i);
+        if (!slot.isTimed())
+            continue;
+        const QString atPath = indexed(path, i) + QLatin1Char('.') + kAt;
+        if (slot.atSeconds == 0 && i > 0)
+            return problems.fail(atPath,
+                                 QStringLiteral("only the first slot of a clock can be timed at "
+                                                "\"00:00\" (the slots before it would have no time)"));
+        if (previous >= 0 && slot.atSeconds <= previous)
+            return problems.fail(atPath,
+                                 QStringLiteral("\"%1\" is not after \"%2\", the time of a timed slot "
+                                                "before it (timed slots follow their times in order)")
+                                     .arg(timeOfHourText(slot.atSeconds), timeOfHourText(previous)));
+        previous = slot.atSeconds;
+    }
     return true;
 }
 
@@ -165,6 +277,8 @@ bool readClocks(const QJsonObject& document, QMap<QString, QList<ClockSlot>>& cl
                 return false;
             clockSlots << slot;
         }
+        if (!checkTimedOrder(clockSlots, path, problems))
+            return false;
         clocks.insert(it.key(), clockSlots);
     }
     return true;
@@ -273,7 +387,7 @@ FormatReader::Result FormatReader::parse(const QByteArray& json)
     Problems problems;
     StationFormat format;
     if (onlyKnownKeys(object, {kRules, kClocks, kGrid}, QString(), problems) &&
-        readRules(object, format.rules, problems) && readClocks(object, format.clocks, problems) &&
+        readRules(object, format, problems) && readClocks(object, format.clocks, problems) &&
         readGrid(object, format.clocks, format.grid, problems)) {
         result.ok = true;
         result.format = format;

@@ -10,6 +10,7 @@ struct RotationKeys {
     int songId = -1;
     int fileId = -1;
     int rating = 0;
+    qint64 lengthMs = 0;  // for the choice by length before a timed slot
     bool limited = false; // its parameters limit when it may play (disabled, date range, hours)
 };
 

@@ -70,6 +70,7 @@ RotationPool RotationPool::build(const QList<Track>& tracks, const QHash<QString
             candidate.params = stored.value();
         RotationKeys& keys = candidate.keys;
         keys.rating = candidate.params.rating;
+        keys.lengthMs = track->durationMs;
         keys.limited = candidate.params.disabled || candidate.params.hasDaypart() ||
                        (candidate.params.startDate.isValid() && candidate.params.endDate.isValid());
         const QString artist = artistKey(track->artist);

@@ -3,6 +3,10 @@
 #include "playhistory.h"
 #include "rotationpool.h"
 #include "seededrandom.h"
+#include "timedfill.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -129,4 +133,79 @@ RotationChoice RotationRules::choose(const RotationPool& pool, const QList<int>&
         }
     }
     return choice; // `allowed` is empty: without any separation every allowed candidate is eligible
+}
+
+FitChoice RotationRules::chooseToFit(const RotationPool& pool, const QList<int>& allowed,
+                                     const PlayHistory& history, const QDateTime& at,
+                                     const SeparationRules& rules, SeededRandom& random,
+                                     const TimedFill& fill, qint64 gapMs, qint64 stopMissMs)
+{
+    FitChoice fit;
+    const qint64 atMs = at.toMSecsSinceEpoch();
+    // Of the lengths that leave a closable gap, those that leave it well inside the closable range (a
+    // tolerance from its ends or more) go first: the last row then lands as near the time as the tracks
+    // allow, and a gap at the edge of what the slots to come seem to close is not left to chance.
+    const qint64 wantedDepth = qMax<qint64>(fill.toleranceMs(), 1);
+    const auto depthOf = [&](qint64 lengthMs) { return qMin(fill.depthMs(gapMs - lengthMs), wantedDepth); };
+    QList<int> fallback; // the candidates to draw from, and the rules they keep
+    Relaxation fallbackRelaxation = Relaxation::None;
+    for (Relaxation relaxation :
+         {Relaxation::None, Relaxation::ArtistSeparation, Relaxation::ArtistAndTitleSeparation}) {
+        // One pass scores each candidate; the best of them, in pool order, go to the rotation's draw.
+        qint64 best = std::numeric_limits<qint64>::max();
+        qint64 bestDepth = 0;
+        QList<int> closest;
+        for (int index : allowed) {
+            const RotationKeys& keys = pool.keys(index);
+            if (!keepsSeparation(keys, history, atMs, rules, relaxation))
+                continue;
+            const qint64 miss = fill.missMs(gapMs - keys.lengthMs);
+            const qint64 depth = miss == 0 ? depthOf(keys.lengthMs) : 0;
+            if (miss < best || (miss == best && depth > bestDepth)) {
+                best = miss;
+                bestDepth = depth;
+                closest.clear();
+            }
+            if (miss == best && depth == bestDepth)
+                closest << index;
+        }
+        if (closest.isEmpty())
+            continue; // nothing keeps these rules: relax further, as choose() does
+        // A timed slot outweighs a separation: when no track that keeps these rules lands, the next
+        // relaxation is tried for one that does (and reported like any relaxation). Failing that, the
+        // closest of the first rules that left any is taken.
+        if (!fit.anyAllowed || best == 0) {
+            fit.anyAllowed = true;
+            fit.missMs = best;
+            fallback = closest;
+            fallbackRelaxation = relaxation;
+        }
+        if (best == 0)
+            break;
+    }
+    if (!fit.anyAllowed || fit.missMs >= stopMissMs)
+        return fit;
+    fit.choice.candidate = leastRecentlyPlayed(pool, fallback, history, random);
+    fit.choice.relaxation = fallbackRelaxation;
+    return fit;
+}
+
+QVector<qint64> RotationRules::eligibleLengths(const RotationPool& pool, const QList<int>& allowed,
+                                               const PlayHistory& history, const QDateTime& at,
+                                               const SeparationRules& rules)
+{
+    QVector<qint64> lengths;
+    const qint64 atMs = at.toMSecsSinceEpoch();
+    for (Relaxation relaxation :
+         {Relaxation::None, Relaxation::ArtistSeparation, Relaxation::ArtistAndTitleSeparation}) {
+        for (int index : allowed) {
+            const RotationKeys& keys = pool.keys(index);
+            if (keepsSeparation(keys, history, atMs, rules, relaxation))
+                lengths << keys.lengthMs;
+        }
+        if (!lengths.isEmpty())
+            break;
+    }
+    std::sort(lengths.begin(), lengths.end());
+    return lengths;
 }

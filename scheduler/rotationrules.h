@@ -4,8 +4,10 @@
 
 #include <QDateTime>
 #include <QList>
+#include <QVector>
 
 class PlayHistory;
+class TimedFill;
 class RotationPool;
 class SeededRandom;
 struct RotationCandidate;
@@ -21,6 +23,13 @@ enum class Relaxation {
 struct RotationChoice {
     int candidate = -1; // index in the pool; -1 when no track of the category is allowed at that time
     Relaxation relaxation = Relaxation::None;
+};
+
+// A choice for a slot before a timed one (see RotationRules::chooseToFit).
+struct FitChoice {
+    RotationChoice choice;
+    bool anyAllowed = false; // some candidate kept the rules; without a choice, stopping the fill is closer
+    qint64 missMs = 0;       // how far the gap the chosen track leaves lies from one the fill can close
 };
 
 // The rules that pick the track for a category slot, as functions over plain values: which
@@ -58,4 +67,19 @@ public:
     static RotationChoice choose(const RotationPool& pool, const QList<int>& allowed,
                                  const PlayHistory& history, const QDateTime& at,
                                  const SeparationRules& rules, SeededRandom& random);
+    // The lengths of the candidates choose() would consider at `at` (those of the first relaxation that
+    // leaves any), sorted; empty when `allowed` is.
+    static QVector<qint64> eligibleLengths(const RotationPool& pool, const QList<int>& allowed,
+                                           const PlayHistory& history, const QDateTime& at,
+                                           const SeparationRules& rules);
+    // The choice by length for a slot before a timed one, with `gapMs` left until its time. Of the
+    // candidates choose() would consider (the same relaxations, in the same order), those whose length
+    // leaves a gap the slots after it can close (see TimedFill), deepest inside it first, or, failing
+    // that, comes closest; the least recently played of them. When no track that keeps the rules
+    // lands, a further relaxation is tried for one that does. No candidate when none comes closer than
+    // `stopMissMs`, what stopping the fill now would miss by: then no draw is made either.
+    static FitChoice chooseToFit(const RotationPool& pool, const QList<int>& allowed,
+                                 const PlayHistory& history, const QDateTime& at,
+                                 const SeparationRules& rules, SeededRandom& random, const TimedFill& fill,
+                                 qint64 gapMs, qint64 stopMissMs);
 };

@@ -14,6 +14,13 @@ class RotationPool;
 // while the planned start is still before the next full hour; the item that crosses it runs on, and
 // the next hour's clock starts where it ends. The same inputs and seed give the same schedule.
 //
+// A clock with timed slots runs in stretches: each timed row is planned on its time (hard) or after
+// the row before it (soft), and the untimed slots after it, in order and again, fill the time up to the
+// next timed slot (the slots after the last one go on with those before the first). Near each timed
+// slot the tracks are chosen by length (see TimedFill) so that the rows end within the format's
+// tolerance of its time; how close each hour comes is in Schedule::timedHours. A slot at 00:00 is filled
+// up to by the hour before. Timed slots due before `from` are not part of the schedule.
+//
 // Zero-length slots (commands, skipped slots, streams and files without a length) add no time. When a
 // whole pass through the clock adds none, the rest of that hour is left empty and reported, so such a
 // clock gives one pass of rows per hour and never loops. As a guard against absurdly short files an

@@ -181,6 +181,141 @@ private slots:
         QVERIFY(result.format.clocks.isEmpty()); // nothing of a refused format is handed out
     }
 
+    void timedSlotsAndTheFillToleranceAreRead()
+    {
+        const FormatReader::Result result = FormatReader::parse(R"({
+            "rules": {"fillToleranceSeconds": 45},
+            "clocks": {"News": [{"file": "/audio/news.wav", "at": "00:00", "timing": "hard"},
+                                {"category": "A"},
+                                {"category": "Ads", "at": "30:00", "timing": "SOFT"},
+                                {"category": "B", "at": "7:05", "timing": "hard"}]},
+            "grid": [{"clock": "News"}]})");
+        QVERIFY(!result.ok); // 07:05 after 30:00
+        QVERIFY2(
+            result.error.contains(QStringLiteral("\"clocks.News[3].at\": \"07:05\" is not after \"30:00\"")),
+            qPrintable(result.error));
+
+        const FormatReader::Result good = FormatReader::parse(R"({
+            "rules": {"fillToleranceSeconds": 45},
+            "clocks": {"News": [{"file": "/audio/news.wav", "at": "00:00", "timing": "hard"},
+                                {"category": "A"},
+                                {"category": "Ads", "at": "30:00", "timing": "SOFT"},
+                                {"category": "B", "at": "59:59", "timing": "hard"}]},
+            "grid": [{"clock": "News"}]})");
+        QVERIFY2(good.ok, qPrintable(good.error));
+        QCOMPARE(good.format.fillToleranceSeconds, 45);
+        const QList<ClockSlot> news = good.format.clocks.value(QStringLiteral("News"));
+        QCOMPARE(news.size(), 4);
+        QVERIFY(news.at(0).isTimed());
+        QCOMPARE(news.at(0).kind, ClockSlot::Kind::File);
+        QCOMPARE(news.at(0).timing, TimedStart::Mode::Hard);
+        QCOMPARE(news.at(0).atSeconds, 0);
+        QVERIFY(!news.at(1).isTimed());
+        QCOMPARE(news.at(2).kind, ClockSlot::Kind::Category);
+        QCOMPARE(news.at(2).value, QStringLiteral("Ads"));
+        QCOMPARE(news.at(2).timing, TimedStart::Mode::Soft);
+        QCOMPARE(news.at(2).atSeconds, 30 * 60);
+        QCOMPARE(news.at(3).atSeconds, 59 * 60 + 59);
+
+        // Without the rule the tolerance is half a minute.
+        QCOMPARE(FormatReader::parse(kGood).format.fillToleranceSeconds, 30);
+        QCOMPARE(StationFormat::defaultFillToleranceSeconds, 30);
+    }
+
+    void aMalformedTimedSlotIsRefusedNamingTheSlot_data()
+    {
+        QTest::addColumn<QByteArray>("clock");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("at without timing") << QByteArray(R"([{"category": "A", "at": "30:00"}])")
+                                           << QStringLiteral("\"clocks.C[0].timing\": missing");
+        QTest::newRow("timing without at")
+            << QByteArray(R"([{"category": "A"}, {"file": "/n.wav", "timing": "hard"}])")
+            << QStringLiteral("\"clocks.C[1].at\": missing");
+        QTest::newRow("at as number")
+            << QByteArray(R"([{"category": "A", "at": 30, "timing": "soft"}])")
+            << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds past the "
+                              "hour as a text, such as \"30:00\", not a number");
+        QTest::newRow("minute 60") << QByteArray(R"([{"category": "A", "at": "60:00", "timing": "soft"}])")
+                                   << QStringLiteral(
+                                          "\"clocks.C[0].at\": must be minutes:seconds past the hour, "
+                                          "from \"00:00\" to \"59:59\", not \"60:00\"");
+        QTest::newRow("second 75") << QByteArray(R"([{"category": "A", "at": "10:75", "timing": "soft"}])")
+                                   << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
+        QTest::newRow("hours given") << QByteArray(
+                                            R"([{"category": "A", "at": "12:30:00", "timing": "soft"}])")
+                                     << QStringLiteral("not \"12:30:00\"");
+        QTest::newRow("one digit seconds")
+            << QByteArray(R"([{"category": "A", "at": "5:7", "timing": "soft"}])")
+            << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
+        QTest::newRow("negative") << QByteArray(R"([{"category": "A", "at": "-1:00", "timing": "soft"}])")
+                                  << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
+        QTest::newRow("empty at") << QByteArray(R"([{"category": "A", "at": "", "timing": "soft"}])")
+                                  << QStringLiteral("\"clocks.C[0].at\": must be minutes:seconds");
+        QTest::newRow("firm timing") << QByteArray(R"([{"category": "A", "at": "10:00", "timing": "firm"}])")
+                                     << QStringLiteral(
+                                            "\"clocks.C[0].timing\": must be \"hard\" or \"soft\", "
+                                            "not \"firm\"");
+        QTest::newRow("timing as true") << QByteArray(R"([{"category": "A", "at": "10:00", "timing": true}])")
+                                        << QStringLiteral("\"clocks.C[0].timing\": must be \"hard\" or "
+                                                          "\"soft\", not a true/false value");
+        QTest::newRow("timed command")
+            << QByteArray(R"([{"category": "A"}, {"command": "stop", "at": "10:00", "timing": "hard"}])")
+            << QStringLiteral("\"clocks.C[1].at\": a command cannot be timed");
+        QTest::newRow("timed without kind") << QByteArray(R"([{"at": "10:00", "timing": "hard"}])")
+                                            << QStringLiteral("\"clocks.C[0]\": needs exactly one of");
+        QTest::newRow("same time twice")
+            << QByteArray(R"([{"category": "A", "at": "10:00", "timing": "hard"}, {"category": "B"},
+                             {"category": "A", "at": "10:00", "timing": "soft"}])")
+            << QStringLiteral("\"clocks.C[2].at\": \"10:00\" is not after \"10:00\"");
+        QTest::newRow("top of the hour not first")
+            << QByteArray(R"([{"category": "A"}, {"file": "/n.wav", "at": "0:00", "timing": "hard"}])")
+            << QStringLiteral("\"clocks.C[1].at\": only the first slot of a clock can be timed at \"00:00\"");
+    }
+
+    void aMalformedTimedSlotIsRefusedNamingTheSlot()
+    {
+        QFETCH(QByteArray, clock);
+        QFETCH(QString, message);
+        const QByteArray json =
+            QByteArray(R"({"clocks": {"C": )") + clock + R"(}, "grid": [{"clock": "C"}]})";
+        const FormatReader::Result result = FormatReader::parse(json);
+        QVERIFY(!result.ok);
+        QVERIFY2(result.error.contains(message),
+                 qPrintable(QStringLiteral("got: %1\nwanted: %2").arg(result.error, message)));
+        QVERIFY(result.format.clocks.isEmpty());
+    }
+
+    void aMalformedFillToleranceIsRefused_data()
+    {
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("negative") << QByteArray("-1") << QStringLiteral("must not be negative (-1)");
+        QTest::newRow("text") << QByteArray("\"30\"")
+                              << QStringLiteral("must be a number of seconds, not a text");
+        QTest::newRow("fraction") << QByteArray("2.5")
+                                  << QStringLiteral("must be a whole number of seconds (2.5)");
+        QTest::newRow("too large") << QByteArray("3601")
+                                   << QStringLiteral("is too large (at most 3600 seconds)");
+    }
+
+    void aMalformedFillToleranceIsRefused()
+    {
+        QFETCH(QByteArray, value);
+        QFETCH(QString, message);
+        const QByteArray json = QByteArray(R"({"rules": {"fillToleranceSeconds": )") + value +
+                                R"(}, "clocks": {"C": [{"category": "A"}]}, "grid": [{"clock": "C"}]})";
+        const FormatReader::Result result = FormatReader::parse(json);
+        QVERIFY(!result.ok);
+        QVERIFY2(result.error.startsWith(QStringLiteral("\"rules.fillToleranceSeconds\": ") + message),
+                 qPrintable(result.error));
+        // Zero is a tolerance too: the fill must then end exactly on time.
+        const QByteArray zero =
+            R"({"rules": {"fillToleranceSeconds": 0}, "clocks": {"C": [{"category": "A"}]},
+                                   "grid": [{"clock": "C"}]})";
+        QVERIFY(FormatReader::parse(zero).ok);
+        QCOMPARE(FormatReader::parse(zero).format.fillToleranceSeconds, 0);
+    }
+
     void aMissingOrUnreadableFileIsRefused()
     {
         QTemporaryDir dir;

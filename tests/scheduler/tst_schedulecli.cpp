@@ -133,6 +133,34 @@ private slots:
         QVERIFY(readFile(out3) != playlist);
     }
 
+    void aTimedFormatWritesTheTimesIntoThePlaylistAndEachHoursOverUnderIntoTheReport()
+    {
+        const QString format = home.filePath(QStringLiteral("timed.json"));
+        QVERIFY(writeFile(format, R"({
+            "rules": {"fillToleranceSeconds": 45},
+            "clocks": {"Timed": [{"category": "Jingle", "at": "00:00", "timing": "hard"}, {"category": "A"},
+                                 {"category": "Gold"}, {"category": "Jingle", "at": "30:00", "timing": "soft"},
+                                 {"category": "B"}, {"category": "C"}]},
+            "grid": [{"clock": "Timed"}]})"));
+        QStringList arguments = standardArguments(QStringLiteral("3"));
+        arguments[3] = format;
+        const QString report = home.filePath(QStringLiteral("timed.txt"));
+        const Run r = run(arguments + QStringList{QStringLiteral("--report"), report});
+        QCOMPARE(r.exitCode, 0);
+        for (const char* line :
+             {"#ONDARO-TIME:hard 2024-05-06T06:00:00\n", "#ONDARO-TIME:soft 2024-05-06T06:30:00\n",
+              "#ONDARO-TIME:hard 2024-05-06T07:00:00\n", "#ONDARO-TIME:soft 2024-05-06T07:30:00\n"})
+            QVERIFY2(r.out.contains(line), r.out.constData());
+        QCOMPARE(r.out.count("#ONDARO-TIME:"), 4);
+        const QByteArray text = readFile(report);
+        QVERIFY2(text.contains("2024-05-06 06:00:00  clock \"Timed\": planned "), text.constData());
+        QVERIFY2(text.contains("2024-05-06 07:00:00  clock \"Timed\": planned "), text.constData());
+        QVERIFY2(text.contains("(soft 06:30:00 "), text.constData());
+        QVERIFY2(text.contains(", hard 08:00:00 "), text.constData());
+        // The same seed, the same bytes.
+        QCOMPARE(run(arguments).out, r.out);
+    }
+
     void nothingToScheduleExitsWithOneAndWritesNoPlaylist()
     {
         const QString format = home.filePath(QStringLiteral("polka.json"));
