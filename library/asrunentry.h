@@ -13,5 +13,5 @@ struct AsRunEntry {
     QString artist;
     QString title;
     bool isStream = false;
-    QString endedBy; // "end", "mix", "skip", "stop", "relay", "lost"; empty while sounding
+    QString endedBy; // "end", "mix", "skip", "stop", "relay", "lost", "timed"; empty while sounding
 };

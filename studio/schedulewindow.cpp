@@ -294,7 +294,9 @@ void ScheduleWindow::showSchedule()
     }
     m_table->resizeColumnsToContents();
     m_table->setUpdatesEnabled(true);
-    m_report->setPlainText(m_schedule.notes.isEmpty() ? kNothingToReport : m_schedule.reportText());
+    m_report->setPlainText(m_schedule.notes.isEmpty() && m_schedule.timedHours.isEmpty()
+                               ? kNothingToReport
+                               : m_schedule.reportText());
     if (m_schedule.hasAudio())
         m_status->setText(
             QStringLiteral("%1 rows from %2; %3 report lines")

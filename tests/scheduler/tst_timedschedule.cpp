@@ -9,6 +9,7 @@
 #include "schedulegenerator.h"
 #include "schedulertestsupport.h"
 
+#include <QLockFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -29,6 +30,11 @@ class TestTimedSchedule : public QObject
 
 private:
     QTemporaryDir home;
+    // The rotation orders tracks by a hash of their full paths, so the audio lives at one fixed path:
+    // every run plans from the same library rather than from a new order each time. The lock keeps two
+    // runs on one machine out of each other's way.
+    QString audio = QDir::temp().filePath(QStringLiteral("ondaro-tst-timedschedule"));
+    QLockFile audioLock{audio + QStringLiteral(".lock")};
     schedtest::GeneratedLibrary generated;
     QString news;      // a fixed file in the library, 5 s long
     QString formatDir; // where format files are written
@@ -80,15 +86,20 @@ private:
     }
 
 private slots:
+    void cleanupTestCase() { QDir(audio).removeRecursively(); }
+
     void initTestCase()
     {
         QVERIFY(home.isValid());
+        audioLock.setStaleLockTime(0);
+        QVERIFY(audioLock.lock());
+        QDir(audio).removeRecursively();
         schedtest::useConfigFolder(home.path());
         QVERIFY(schedtest::freshStore());
         generated =
-            schedtest::generateLibrary(home.filePath(QStringLiteral("audio")), QStringLiteral("Music"));
+            schedtest::generateLibrary(audio, QStringLiteral("Music"));
         QCOMPARE(generated.tracks.size(), 300);
-        news = home.filePath(QStringLiteral("audio/News.wav"));
+        news = audio + QStringLiteral("/News.wav");
         QVERIFY(QFile::copy(generated.tone, news));
         MusicLibrary library;
         library.setLibrary(generated.name);
@@ -294,7 +305,7 @@ private slots:
             "clocks": {"C": [{"file": "%1", "at": "00:00", "timing": "hard"}, {"category": "A"},
                              {"category": "B"}]},
             "grid": [{"clock": "C"}]})")
-                                    .arg(home.filePath(QStringLiteral("audio/gone.wav")))
+                                    .arg(audio + QStringLiteral("/gone.wav"))
                                     .toUtf8();
         const Schedule schedule = build(parse(json), kMonday.addDays(4), 2, 5);
         QVERIFY(schedule.items.size() > 10);
