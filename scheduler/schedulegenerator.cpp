@@ -96,6 +96,8 @@ private:
         schedule.notes << ScheduleNote{at, kind, clock, slot, text};
         qCDebug(lcScheduler).noquote() << at.toString(Qt::ISODate) << text;
     }
+    // The hour holds ScheduleGenerator::maxItemsPerHour rows already.
+    void noteItemLimit(const QDateTime& at, const QString& clock, int slot);
     void add(QDateTime& cursor, const Track& track, const QString& clock, int slot,
              const TimedStart& timed = TimedStart())
     {
@@ -378,10 +380,7 @@ bool Run::fillLoose(QDateTime& cursor, const QString& clock, const QList<ClockSl
         for (int p = 0; p < filling.size() && cursor < hourEnd; ++p) {
             const int i = filling.at(p);
             if (itemsInHour >= ScheduleGenerator::maxItemsPerHour) {
-                note(cursor, ScheduleNote::Kind::HourItemLimit, clock, i,
-                     QStringLiteral("clock \"%1\": %2 rows in one hour; the rest of the hour stays empty")
-                         .arg(clock)
-                         .arg(ScheduleGenerator::maxItemsPerHour));
+                noteItemLimit(cursor, clock, i);
                 return false;
             }
             const int before = schedule.items.size();
@@ -403,6 +402,14 @@ bool Run::fillLoose(QDateTime& cursor, const QString& clock, const QList<ClockSl
 // so that the rows end as close to `due` as the tracks allow, and the fill stops once they end within
 // the tolerance (or when going on could only end further away). False when the hour reached its item
 // limit.
+void Run::noteItemLimit(const QDateTime& at, const QString& clock, int slot)
+{
+    note(at, ScheduleNote::Kind::HourItemLimit, clock, slot,
+         QStringLiteral("clock \"%1\": %2 rows in one hour; the rest of the hour stays empty")
+             .arg(clock)
+             .arg(ScheduleGenerator::maxItemsPerHour));
+}
+
 bool Run::fillTo(QDateTime& cursor, const QString& clock, const QList<ClockSlot>& clockSlots,
                  const QList<int>& filling, const QDateTime& due, int& itemsInHour)
 {
@@ -420,10 +427,7 @@ bool Run::fillTo(QDateTime& cursor, const QString& clock, const QList<ClockSlot>
             return true;
         const int i = filling.at(position);
         if (itemsInHour >= ScheduleGenerator::maxItemsPerHour) {
-            note(cursor, ScheduleNote::Kind::HourItemLimit, clock, i,
-                 QStringLiteral("clock \"%1\": %2 rows in one hour; the rest of the hour stays empty")
-                     .arg(clock)
-                     .arg(ScheduleGenerator::maxItemsPerHour));
+            noteItemLimit(cursor, clock, i);
             return false;
         }
         const ClockSlot& slot = clockSlots.at(i);
