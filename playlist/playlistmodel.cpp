@@ -1,16 +1,14 @@
 #include "playlistmodel.h"
 
 #include "musiclibrary.h"
+#include "playlistmime.h"
 
 #include <QBrush>
 #include <QColor>
-#include <QDataStream>
 #include <QFont>
-#include <QIODevice>
 #include <QLocale>
 #include <QMimeData>
 #include <QRandomGenerator64>
-#include <QUrl>
 
 #include <algorithm>
 #include <atomic>
@@ -22,8 +20,8 @@
 namespace {
 
 // Texts and colours as the user sees them, kept in one place.
-const QString kRowsMimeType = QStringLiteral("application/x-ondaro-rows");
-const QString kUriListMimeType = QStringLiteral("text/uri-list");
+const QString kRowsMimeType = PlaylistMime::rowsMimeType();
+const QString kUriListMimeType = PlaylistMime::uriListMimeType();
 const QString kRemoveSymbol = QStringLiteral("\u2715");
 const QString kStopSymbol = QStringLiteral("\u23F9");
 const QString kCounterHeader = QStringLiteral("\u266B");
@@ -324,25 +322,13 @@ QStringList PlaylistModel::mimeTypes() const
 QMimeData* PlaylistModel::mimeData(const QModelIndexList& indexes) const
 {
     QList<int> rows;
-    QSet<int> taken;
     for (const QModelIndex& index : indexes) {
-        if (!index.isValid() || index.row() < 0 || index.column() < 0 || index.model() == nullptr)
-            continue;
-        if (taken.contains(index.row()))
-            continue; // each selected row arrives once per column
-        taken.insert(index.row());
-        rows.append(index.row());
+        // Each selected row arrives once per column; the payload keeps it once.
+        if (index.isValid() && index.column() >= 0 && index.model() != nullptr)
+            rows.append(index.row());
     }
-    std::sort(rows.begin(), rows.end());
-
-    QByteArray payload;
-    QDataStream out(&payload, QIODevice::WriteOnly);
-    out << qint32(rows.size());
-    for (int row : rows)
-        out << qint32(row);
-
     auto* mime = new QMimeData;
-    mime->setData(kRowsMimeType, payload);
+    mime->setData(kRowsMimeType, PlaylistMime::encodeRows(rows));
     return mime;
 }
 
@@ -359,41 +345,15 @@ bool PlaylistModel::dropMimeData(const QMimeData* data, Qt::DropAction action, i
         destination = parent.isValid() ? parent.row() : rowCount();
 
     if (data->hasFormat(kRowsMimeType)) {
-        QDataStream in(data->data(kRowsMimeType));
-        qint32 count = 0;
-        in >> count;
-        QList<int> rows;
-        for (qint32 i = 0; i < count; ++i) {
-            qint32 value = 0;
-            in >> value;
-            rows.append(value);
-            // Past the end every further number reads as 0; one such 0 stands for all of them, so a
-            // forged count cannot make us loop or allocate for nothing.
-            if (in.status() != QDataStream::Ok)
-                break;
-        }
-        moveTracks(rows, destination);
+        moveTracks(PlaylistMime::decodeRows(data->data(kRowsMimeType)), destination);
         // False on purpose: a view that made a move drag must not remove the source rows again.
         return false;
     }
-
     if (!data->hasUrls())
         return false;
-
-    QList<Track> dropped;
-    const QList<QUrl> urls = data->urls();
-    for (const QUrl& url : urls) {
-        const QString text = url.isLocalFile() ? url.toLocalFile() : url.toString();
-        if (text.isEmpty())
-            continue;
-        const bool stream = isStreamUrl(text);
-        if (!url.isLocalFile() && !stream)
-            continue; // ftp and other schemes are not playable here
-        dropped.append(stream ? trackFromStreamUrl(text) : trackFromDroppedFile(text));
-    }
+    QList<Track> dropped = PlaylistMime::tracksFromUrls(data->urls());
     if (dropped.isEmpty())
         return false;
-
     const int count = int(dropped.size());
     const int first = insertTracksAt(destination, std::move(dropped));
     emit tracksInserted(first, count);
