@@ -1,5 +1,6 @@
 #pragma once
 
+#include "settingkeys.h"
 #include "timedstart.h"
 
 #include <QDateTime>
@@ -31,8 +32,6 @@ struct Track;
 namespace BackTiming {
 
 constexpr qint64 unknownTime = std::numeric_limits<qint64>::min();
-// What the playout allows a timed row to be late before it drops it (milliseconds).
-constexpr qint64 defaultLateLimitMs = 60000;
 
 // One row as the plan sees it.
 struct Row {
@@ -48,7 +47,9 @@ struct Input {
     qint64 elapsedMs = 0; // how far the current row has played
     int startRow = 0;     // with nothing on air: the row that would start now
     QDateTime now;
-    qint64 lateLimitMs = defaultLateLimitMs;
+    // How late a timed row may fire before it is stale (milliseconds); readers of the plan for the
+    // screen pass Settings::timedLateLimitMs.read(), as the playout does.
+    qint64 lateLimitMs = Settings::timedLateLimitMs.fallback;
 };
 
 enum class Fate {

@@ -1,25 +1,17 @@
 #include "playlistmodel.h"
 
 #include "musiclibrary.h"
-
-#include "trackparams.h"
-#include "trackparamschanges.h"
+#include "playlistmime.h"
 
 #include <QBrush>
 #include <QColor>
-#include <QDataStream>
 #include <QFont>
-#include <QIODevice>
 #include <QLocale>
 #include <QMimeData>
 #include <QRandomGenerator64>
-#include <QTimer>
-#include <QTimeZone>
-#include <QUrl>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -28,8 +20,8 @@
 namespace {
 
 // Texts and colours as the user sees them, kept in one place.
-const QString kRowsMimeType = QStringLiteral("application/x-ondaro-rows");
-const QString kUriListMimeType = QStringLiteral("text/uri-list");
+const QString kRowsMimeType = PlaylistMime::rowsMimeType();
+const QString kUriListMimeType = PlaylistMime::uriListMimeType();
 const QString kRemoveSymbol = QStringLiteral("\u2715");
 const QString kStopSymbol = QStringLiteral("\u23F9");
 const QString kCounterHeader = QStringLiteral("\u266B");
@@ -41,15 +33,6 @@ const QString kHourMarkerTip = QStringLiteral("Start of the %1:00 hour");
 const QString kQueuePositionTip = QStringLiteral("Playback queue position %1");
 const QString kRemoveTip = QStringLiteral("Remove this track");
 const QString kStopTip = QStringLiteral("Insert a STOP command after this track");
-const QString kFixedStartTip = QStringLiteral("Fixed start, %1: %2");
-const QString kPlannedStartTip = QStringLiteral("Planned to start at %1");
-const QString kUnknownStartTip = QStringLiteral("Planned start unknown: a row above it has no length");
-const QString kWaitsForPlayTip = QStringLiteral("A STOP comes before it: it waits for Play");
-const QString kSkippedTip = QStringLiteral("Skipped to meet the %1 time %2");
-const QString kCutTip = QStringLiteral("Cut short at %1 for the hard time");
-const QString kStaleTip = QStringLiteral("Skipped: its fixed time %1 passed too long ago");
-const QString kClockFormat = QStringLiteral("HH:mm:ss");
-const QString kDateClockFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 
 const QColor kHourMarkerBackground(226, 240, 226);
 const QColor kCommandBackground(255, 235, 200);
@@ -64,7 +47,6 @@ const QColor kCommandForeground(160, 90, 0);
 const QColor kJingleForeground(120, 120, 120);
 
 constexpr int kLastRole = Qt::ForegroundRole; // 9: every role above it is unknown here
-constexpr int kSecondsPerDay = 24 * 60 * 60;
 
 bool isJingle(const Track& track)
 {
@@ -78,60 +60,6 @@ std::optional<int> offsetRow(int firstRow, int offset)
         return std::nullopt;
     return firstRow + offset;
 }
-
-QString modeWord(TimedStart::Mode mode)
-{
-    return mode == TimedStart::Mode::Hard ? QStringLiteral("hard") : QStringLiteral("soft");
-}
-
-QTime timeOfDay(qint64 msSinceEpoch)
-{
-    if (msSinceEpoch == BackTiming::unknownTime)
-        return QTime();
-    return QDateTime::fromMSecsSinceEpoch(msSinceEpoch).time();
-}
-
-// Local time of day for many moments in a row: the zone's offset is looked up again only when a
-// moment leaves the stretch between two clock changes. Each QDateTime conversion asks the zone, and
-// 10,000 of them took some 20 ms, four times a schedule pass's budget.
-struct LocalClock {
-    QTimeZone zone = QTimeZone::systemTimeZone();
-    qint64 from = 1; // [from, until): the stretch where offsetMs holds; empty at first
-    qint64 until = 0;
-    qint64 offsetMs = 0;
-
-    QTime timeOf(qint64 msSinceEpoch)
-    {
-        if (msSinceEpoch == BackTiming::unknownTime)
-            return QTime();
-        if (msSinceEpoch < from || msSinceEpoch >= until)
-            lookUp(msSinceEpoch);
-        constexpr qint64 day = qint64(kSecondsPerDay) * 1000;
-        const qint64 local = ((msSinceEpoch + offsetMs) % day + day) % day;
-        return QTime::fromMSecsSinceStartOfDay(int(local));
-    }
-
-    void lookUp(qint64 msSinceEpoch)
-    {
-        const QDateTime at = QDateTime::fromMSecsSinceEpoch(msSinceEpoch, QTimeZone::utc());
-        offsetMs = qint64(zone.offsetFromUtc(at)) * 1000;
-        from = msSinceEpoch;
-        until = msSinceEpoch + 1;
-        if (!zone.hasTransitions()) {
-            from = std::numeric_limits<qint64>::min() + 1;
-            until = std::numeric_limits<qint64>::max();
-            return;
-        }
-        const QTimeZone::OffsetData next = zone.nextTransition(at);
-        until = next.atUtc.isValid() ? next.atUtc.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
-        const QTimeZone::OffsetData previous = zone.previousTransition(at);
-        // A moment exactly on a change belongs to the new offset; the stretch then starts at it.
-        if (previous.atUtc.isValid() && qint64(zone.offsetFromUtc(at.addMSecs(-1))) * 1000 == offsetMs)
-            from = previous.atUtc.toMSecsSinceEpoch();
-        else if (!previous.atUtc.isValid())
-            from = std::numeric_limits<qint64>::min() + 1;
-    }
-};
 
 // Row identities are unique in the whole process, so an id of one playlist never names a row of
 // another that replaced it.
@@ -156,13 +84,8 @@ QString PlaylistModel::rowsMimeType()
 
 PlaylistModel::PlaylistModel(QObject* parent) : QAbstractTableModel(parent)
 {
-    // Zero milliseconds: the files one repaint asks for are read together once it is over.
-    m_colourReadTimer = new QTimer(this);
-    m_colourReadTimer->setSingleShot(true);
-    m_colourReadTimer->setInterval(0);
-    connect(m_colourReadTimer, &QTimer::timeout, this, &PlaylistModel::readColours);
-    connect(TrackParamsChanges::instance(), &TrackParamsChanges::changed, this,
-            &PlaylistModel::readColourAgain);
+    m_colours = new PlaylistColours(this);
+    connect(m_colours, &PlaylistColours::coloursChanged, this, &PlaylistModel::emitColoursChanged);
     const QDateTime now = QDateTime::currentDateTime();
     m_startAnchor = now.time();
     m_startAnchorDay = now.date();
@@ -285,9 +208,11 @@ QVariant PlaylistModel::displayData(int row, int column) const
 
 QVariant PlaylistModel::toolTipData(int row, int column) const
 {
-    const QVariant timed = timedToolTip(row, column);
-    if (timed.isValid())
-        return timed;
+    if (column != RemoveColumn && column != StopColumn) {
+        const QString timed = m_timing.toolTip(m_rows, row, column == StartTimeColumn);
+        if (!timed.isEmpty())
+            return timed;
+    }
     if (column == StartTimeColumn) {
         const int hour = hourMarkerAt(row);
         if (hour >= 0)
@@ -311,7 +236,7 @@ QVariant PlaylistModel::fontData(int row, int column) const
     // Only a timed list marks anything here: a fixed start time in bold, a row that gives way to a
     // fixed time struck out.
     const bool fixedStart =
-        column == StartTimeColumn && !track.isCommand && track.timed.isTimed() && !m_timedPlan.rows.isEmpty();
+        column == StartTimeColumn && !track.isCommand && track.timed.isTimed() && m_timing.isPlanned();
     const bool struckOut = skippedForTime(row).isValid();
     if (row == m_currentRow || track.isCommand || fixedStart) {
         QFont font;
@@ -330,79 +255,9 @@ QVariant PlaylistModel::fontData(int row, int column) const
     return {};
 }
 
-QVariant PlaylistModel::timedToolTip(int row, int column) const
-{
-    if (m_timedPlan.rows.size() != m_rows.size() || column == RemoveColumn || column == StopColumn)
-        return {};
-    const Track& track = m_rows.at(row);
-    const BackTiming::RowPlan& plan = m_timedPlan.rows.at(row);
-    switch (plan.fate) {
-    case BackTiming::Fate::Skipped: {
-        const TimedStart& timed = m_rows.at(plan.timedRow).timed;
-        return kSkippedTip.arg(modeWord(timed.mode), timed.at.toString(kClockFormat));
-    }
-    case BackTiming::Fate::Cut:
-        return kCutTip.arg(timeOfDay(plan.endMs).toString(kClockFormat));
-    case BackTiming::Fate::Stale:
-        return kStaleTip.arg(track.timed.at.toString(kDateClockFormat));
-    default:
-        break;
-    }
-    if (column != StartTimeColumn || track.isCommand || !track.timed.isTimed())
-        return {};
-    QStringList lines{
-        kFixedStartTip.arg(modeWord(track.timed.mode), track.timed.at.toString(kDateClockFormat))};
-    if (const BackTiming::Event* event = m_timedPlan.eventOf(row)) {
-        if (event->startMs == BackTiming::unknownTime)
-            lines << kUnknownStartTip;
-        else if (event->startMs / 1000 != event->atMs / 1000)
-            lines << kPlannedStartTip.arg(timeOfDay(event->startMs).toString(kClockFormat));
-        if (event->waitsForPlay)
-            lines << kWaitsForPlayTip;
-    }
-    return lines.join(QLatin1Char('\n'));
-}
-
 void PlaylistModel::setParamsSource(ParamsSource source)
 {
-    m_paramsSource = std::move(source);
-    m_hasVoiceover.clear();
-    m_coloursToRead.clear();
-}
-
-bool PlaylistModel::readHasVoiceover(const QString& filePath) const
-{
-    const TrackParams params = m_paramsSource ? m_paramsSource(filePath) : TrackParams::load(filePath);
-    return params.voiceoverIns >= 1 && !params.voiceoverSource.isEmpty();
-}
-
-bool PlaylistModel::storeColour(const QString& filePath, bool hasVoiceover)
-{
-    const auto known = m_hasVoiceover.constFind(filePath);
-    // A file never painted with a voiceover looked the same before its first read.
-    const bool before = known != m_hasVoiceover.constEnd() && *known;
-    m_hasVoiceover.insert(filePath, hasVoiceover);
-    return before != hasVoiceover;
-}
-
-void PlaylistModel::readColours()
-{
-    const QSet<QString> files = std::exchange(m_coloursToRead, {});
-    QSet<QString> changed;
-    for (const QString& file : files)
-        if (storeColour(file, readHasVoiceover(file)))
-            changed.insert(file);
-    emitColoursChanged(changed);
-}
-
-void PlaylistModel::readColourAgain(const QString& filePath)
-{
-    // Only a file the list has painted matters; it is read now, once, not at the next repaint.
-    if (!m_hasVoiceover.contains(filePath) && !m_coloursToRead.contains(filePath))
-        return;
-    m_coloursToRead.remove(filePath);
-    if (storeColour(filePath, readHasVoiceover(filePath)))
-        emitColoursChanged({filePath});
+    m_colours->setParamsSource(std::move(source));
 }
 
 void PlaylistModel::emitColoursChanged(const QSet<QString>& filePaths)
@@ -433,13 +288,8 @@ QVariant PlaylistModel::backgroundData(int row) const
         return QBrush(kCurrentBackground);
     if (track.isStream || track.filePath.isEmpty())
         return {};
-    const auto known = m_hasVoiceover.constFind(track.filePath);
-    if (known == m_hasVoiceover.constEnd()) {
-        m_coloursToRead.insert(track.filePath);
-        m_colourReadTimer->start();
-        return {};
-    }
-    if (*known)
+    // Unknown until the file is read, just after this repaint.
+    if (m_colours->hasVoiceover(track.filePath).value_or(false))
         return QBrush(kVoiceoverBackground);
     return {};
 }
@@ -472,25 +322,13 @@ QStringList PlaylistModel::mimeTypes() const
 QMimeData* PlaylistModel::mimeData(const QModelIndexList& indexes) const
 {
     QList<int> rows;
-    QSet<int> taken;
     for (const QModelIndex& index : indexes) {
-        if (!index.isValid() || index.row() < 0 || index.column() < 0 || index.model() == nullptr)
-            continue;
-        if (taken.contains(index.row()))
-            continue; // each selected row arrives once per column
-        taken.insert(index.row());
-        rows.append(index.row());
+        // Each selected row arrives once per column; the payload keeps it once.
+        if (index.isValid() && index.column() >= 0 && index.model() != nullptr)
+            rows.append(index.row());
     }
-    std::sort(rows.begin(), rows.end());
-
-    QByteArray payload;
-    QDataStream out(&payload, QIODevice::WriteOnly);
-    out << qint32(rows.size());
-    for (int row : rows)
-        out << qint32(row);
-
     auto* mime = new QMimeData;
-    mime->setData(kRowsMimeType, payload);
+    mime->setData(kRowsMimeType, PlaylistMime::encodeRows(rows));
     return mime;
 }
 
@@ -507,41 +345,15 @@ bool PlaylistModel::dropMimeData(const QMimeData* data, Qt::DropAction action, i
         destination = parent.isValid() ? parent.row() : rowCount();
 
     if (data->hasFormat(kRowsMimeType)) {
-        QDataStream in(data->data(kRowsMimeType));
-        qint32 count = 0;
-        in >> count;
-        QList<int> rows;
-        for (qint32 i = 0; i < count; ++i) {
-            qint32 value = 0;
-            in >> value;
-            rows.append(value);
-            // Past the end every further number reads as 0; one such 0 stands for all of them, so a
-            // forged count cannot make us loop or allocate for nothing.
-            if (in.status() != QDataStream::Ok)
-                break;
-        }
-        moveTracks(rows, destination);
+        moveTracks(PlaylistMime::decodeRows(data->data(kRowsMimeType)), destination);
         // False on purpose: a view that made a move drag must not remove the source rows again.
         return false;
     }
-
     if (!data->hasUrls())
         return false;
-
-    QList<Track> dropped;
-    const QList<QUrl> urls = data->urls();
-    for (const QUrl& url : urls) {
-        const QString text = url.isLocalFile() ? url.toLocalFile() : url.toString();
-        if (text.isEmpty())
-            continue;
-        const bool stream = isStreamUrl(text);
-        if (!url.isLocalFile() && !stream)
-            continue; // ftp and other schemes are not playable here
-        dropped.append(stream ? trackFromStreamUrl(text) : trackFromDroppedFile(text));
-    }
+    QList<Track> dropped = PlaylistMime::tracksFromUrls(data->urls());
     if (dropped.isEmpty())
         return false;
-
     const int count = int(dropped.size());
     const int first = insertTracksAt(destination, std::move(dropped));
     emit tracksInserted(first, count);
@@ -801,7 +613,7 @@ void PlaylistModel::clear()
 {
     beginResetModel();
     m_rows.clear();
-    m_timedPlan = BackTiming::Plan();
+    m_timing.clear();
     m_rowIds.clear();
     m_currentRow = -1;
     m_playedRows.clear();
@@ -854,7 +666,7 @@ void PlaylistModel::setCurrentRow(int row)
     if (isValidRow(row))
         emitRowChanged(row);
     // A timed list plans from the current row: what lies above it has aired.
-    if (!m_timedPlan.rows.isEmpty())
+    if (m_timing.isPlanned())
         recalculateStartTimes();
 }
 
@@ -959,20 +771,7 @@ void PlaylistModel::setHourMarkersVisible(bool on)
 
 void PlaylistModel::recalculateStartTimes()
 {
-    if (BackTiming::anyTimed(m_rows)) {
-        recalculateTimedStartTimes();
-        return;
-    }
-    // The last fixed time gone: the marks it drew go with it.
-    const BackTiming::Plan before = std::move(m_timedPlan);
-    m_timedPlan = BackTiming::Plan();
-    QTime t = m_startAnchor;
-    for (Track& track : m_rows) {
-        track.startTime = t;
-        // Whole seconds, truncated row by row; a negative length adds nothing.
-        const qint64 seconds = std::max<qint64>(track.durationMs / 1000, 0);
-        t = t.addSecs(int(seconds % kSecondsPerDay));
-    }
+    const BackTiming::Plan before = m_timing.recompute(m_rows, m_currentRow, m_startAnchor, startAnchorAt());
     if (!m_rows.isEmpty())
         emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
     emitTimedMarkChanges(before);
@@ -980,82 +779,14 @@ void PlaylistModel::recalculateStartTimes()
 
 void PlaylistModel::emitTimedMarkChanges(const BackTiming::Plan& before)
 {
-    // Only the rows whose mark changed, in runs: listeners that read every announced row (the
-    // playout's read-ahead) must not walk the whole list on each schedule pass.
-    const auto markOf = [](const BackTiming::Plan& plan, int row) {
-        if (row >= plan.rows.size())
-            return std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
-        const BackTiming::RowPlan& planned = plan.rows.at(row);
-        const bool marked = planned.fate == BackTiming::Fate::Skipped ||
-                            planned.fate == BackTiming::Fate::Cut || planned.fate == BackTiming::Fate::Stale;
-        return marked ? std::pair<BackTiming::Fate, int>(planned.fate, planned.timedRow)
-                      : std::pair<BackTiming::Fate, int>(BackTiming::Fate::Plays, -1);
-    };
-    int first = -1;
-    for (int row = 0; row <= m_rows.size(); ++row) {
-        const bool changed = row < m_rows.size() && markOf(before, row) != markOf(m_timedPlan, row);
-        if (changed && first < 0)
-            first = row;
-        if (!changed && first >= 0) {
-            emit dataChanged(index(first, 0), index(row - 1, ColumnCount - 1));
-            first = -1;
-        }
-    }
-}
-
-void PlaylistModel::recalculateTimedStartTimes()
-{
-    BackTiming::Input input;
-    input.rows.reserve(m_rows.size());
-    for (const Track& track : m_rows)
-        input.rows.append(BackTiming::rowFromTrack(track, true));
-    // The current row started where the plain schedule puts it (the studio anchors the schedule so
-    // that this is when it really started); the plan runs from that moment.
-    QDateTime from = startAnchorAt();
-    if (isValidRow(m_currentRow) && from.isValid()) {
-        qint64 before = 0;
-        for (int i = 0; i < m_currentRow; ++i)
-            before += std::max<qint64>(m_rows.at(i).durationMs / 1000, 0);
-        from = from.addSecs(before);
-        input.currentRow = m_currentRow;
-    }
-    input.now = from;
-    const BackTiming::Plan before = std::move(m_timedPlan);
-    m_timedPlan = BackTiming::plan(input);
-
-    const bool planned = from.isValid();
-    LocalClock clock;
-    for (int i = 0; i < m_rows.size(); ++i) {
-        Track& track = m_rows[i];
-        // A timed row shows its fixed time; its tool tip tells when it is planned to start.
-        if (!track.isCommand && track.timed.isTimed())
-            track.startTime = track.timed.at.time();
-        else
-            track.startTime = planned ? clock.timeOf(m_timedPlan.rows.at(i).startMs) : QTime();
-    }
-    if (!m_rows.isEmpty())
-        emit dataChanged(index(0, StartTimeColumn), index(rowCount() - 1, StartTimeColumn));
-    emitTimedMarkChanges(before);
+    for (const auto& [first, last] : m_timing.changedMarks(before, rowCount()))
+        emit dataChanged(index(first, 0), index(last, ColumnCount - 1));
 }
 
 void PlaylistModel::setStartAnchor(const QTime& anchor)
 {
-    QDate day;
-    if (anchor.isValid()) {
-        // The day that puts the anchor nearest to now: 23:59 set just after midnight is yesterday's.
-        const QDateTime now = QDateTime::currentDateTime();
-        qint64 nearest = std::numeric_limits<qint64>::max();
-        for (int offset = -1; offset <= 1; ++offset) {
-            const QDateTime candidate(now.date().addDays(offset), anchor);
-            const qint64 distance = std::abs(now.msecsTo(candidate));
-            if (candidate.isValid() && distance < nearest) {
-                nearest = distance;
-                day = candidate.date();
-            }
-        }
-    }
     m_startAnchor = anchor;
-    m_startAnchorDay = day;
+    m_startAnchorDay = PlaylistTiming::nearestDay(anchor, QDateTime::currentDateTime());
     recalculateStartTimes();
 }
 
@@ -1075,19 +806,12 @@ QDateTime PlaylistModel::startAnchorAt() const
 
 const BackTiming::Plan& PlaylistModel::timedPlan() const
 {
-    return m_timedPlan;
+    return m_timing.plan();
 }
 
 QDateTime PlaylistModel::skippedForTime(int row) const
 {
-    if (!isValidRow(row) || m_timedPlan.rows.size() != m_rows.size())
-        return QDateTime();
-    const BackTiming::RowPlan& plan = m_timedPlan.rows.at(row);
-    if (plan.fate == BackTiming::Fate::Stale)
-        return m_rows.at(row).timed.at;
-    if (plan.fate == BackTiming::Fate::Skipped && isValidRow(plan.timedRow))
-        return m_rows.at(plan.timedRow).timed.at;
-    return QDateTime();
+    return m_timing.skippedForTime(m_rows, row);
 }
 
 void PlaylistModel::setRowTimed(int row, const TimedStart& timed)
@@ -1101,16 +825,7 @@ void PlaylistModel::setRowTimed(int row, const TimedStart& timed)
 
 void PlaylistModel::refresh()
 {
-    // Files no longer in the list are forgotten; the others are read again after this repaint.
-    QSet<QString> inList;
-    for (const Track& track : std::as_const(m_rows))
-        if (m_hasVoiceover.contains(track.filePath))
-            inList.insert(track.filePath);
-    for (auto it = m_hasVoiceover.begin(); it != m_hasVoiceover.end();)
-        it = inList.contains(it.key()) ? std::next(it) : m_hasVoiceover.erase(it);
-    m_coloursToRead.unite(inList);
-    if (!m_coloursToRead.isEmpty())
-        m_colourReadTimer->start();
+    m_colours->refresh(m_rows);
     emitWholeTableChanged();
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "backtiming.h"
+#include "playlistcolours.h"
+#include "playlisttiming.h"
 #include "track.h"
 #include "trackparams.h"
 #include "tracktext.h"
@@ -18,7 +20,6 @@
 #include <functional>
 
 class QMimeData;
-class QTimer;
 
 // True for a trimmed text that begins, in any letter case, with "http://", "https://", "mms://",
 // "rtsp://" or "rtmp://".
@@ -193,16 +194,9 @@ private:
     QVariant backgroundData(int row) const;
     QVariant foregroundData(int row, int column) const;
     QVariant fontData(int row, int column) const;
-    void recalculateTimedStartTimes();
     // Announces the rows whose skip or cut mark differs from `before`.
     void emitTimedMarkChanges(const BackTiming::Plan& before);
-    QVariant timedToolTip(int row, int column) const;
-    // The colour cache: reads what painting asked for, or one file whose parameters changed.
-    void readColours();
-    void readColourAgain(const QString& filePath);
-    bool readHasVoiceover(const QString& filePath) const;
-    // Stores a file's colour input; returns whether it differs from what was painted.
-    bool storeColour(const QString& filePath, bool hasVoiceover);
+    // Repaints the rows of files whose colour changed.
     void emitColoursChanged(const QSet<QString>& filePaths);
 
     QHash<int, MixOverride> m_rowMixOverrides;
@@ -211,14 +205,10 @@ private:
     QHash<int, int> m_rowCounters;
     bool m_hourMarkersVisible = false;
     QDate m_startAnchorDay;
-    BackTiming::Plan m_timedPlan; // empty while no row is timed
+    PlaylistTiming m_timing;
     QList<Track> m_rows;
     QList<qint64> m_rowIds; // parallel to m_rows
     int m_currentRow = -1;
     QTime m_startAnchor;
-    ParamsSource m_paramsSource;
-    // Whether a file's parameters hold a voiceover, by file path; files painted but not read yet.
-    QHash<QString, bool> m_hasVoiceover;
-    mutable QSet<QString> m_coloursToRead;
-    QTimer* m_colourReadTimer = nullptr;
+    PlaylistColours* m_colours = nullptr; // a child: the Qt parent tree owns it
 };

@@ -2,6 +2,7 @@
 
 #include "audioengine.h"
 #include "playlistmodel.h"
+#include "settingkeys.h"
 #include "studioschedule.h"
 
 #include <QDateTime>
@@ -217,6 +218,8 @@ void OnAirDisplay::refreshTimedEvent(const QDateTime& now)
         BackTiming::Input input;
         input.rows = m_timedRows;
         input.now = now;
+        // The playout's own limit: what it will drop is what the screen calls stale.
+        input.lateLimitMs = Settings::timedLateLimitMs.read();
         const int row = m_engine->currentRow();
         if (row >= 0 && row < input.rows.size()) {
             input.currentRow = row;

@@ -3,9 +3,11 @@
 
 #include "playlistmodel.h"
 #include "playlisttesting.h"
+#include "settingkeys.h"
 
 #include <QAbstractItemModelTester>
 #include <QApplication>
+#include <QSettings>
 #include <QFont>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -83,6 +85,7 @@ class TestPlaylistTimed : public QObject
 
 private slots:
     void initTestCase();
+    void cleanup();
 
     void untimedListHasNoPlanAndNoMarks();
     void timedRowShowsItsFixedTimeInBoldWithATip();
@@ -92,6 +95,7 @@ private slots:
     void rowCutByAHardTimeSaysSoButIsNotStruckOut();
     void softRowTellsWhenItReallyStarts();
     void staleTimedRowIsStruckOut();
+    void lateLimitSettingDecidesWhichRowIsTooLate();
     void settingAFixedTimeReplansAndClearingItRemovesEveryMark();
     void commandRowsTakeNoFixedTime();
     void fixedTimeSurvivesAMove();
@@ -110,6 +114,12 @@ void TestPlaylistTimed::initTestCase()
 {
     const QString problem = openTemporaryStore(m_home, QStringLiteral("tst_playlisttimed"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
+}
+
+void TestPlaylistTimed::cleanup()
+{
+    // The late limit back to its default for the next case.
+    QSettings().remove(Settings::timedLateLimitMs.key());
 }
 
 void TestPlaylistTimed::untimedListHasNoPlanAndNoMarks()
@@ -239,6 +249,48 @@ void TestPlaylistTimed::staleTimedRowIsStruckOut()
              QStringLiteral("Skipped: its fixed time 2026-11-23 12:00:00 passed too long ago"));
     QCOMPARE(startText(model, 2), QStringLiteral("1:01:00 PM")); // the stale row takes no time
     QVERIFY(model.timedPlan().next() == nullptr);
+}
+
+void TestPlaylistTimed::lateLimitSettingDecidesWhichRowIsTooLate()
+{
+    QCOMPARE(Settings::timedLateLimitMs.read(), 60000);
+    PlaylistModel model;
+    model.setStartAnchorAt(clock(13, 0));
+    // 1:30 late and 0:30 late: with the default minute only the first is too late.
+    model.appendTrack(timedSong(QStringLiteral("Ninety late"), 60000, TimedStart::Mode::Hard, clock(12, 58, 30)));
+    model.appendTrack(timedSong(QStringLiteral("Thirty late"), 60000, TimedStart::Mode::Soft, clock(12, 59, 30)));
+    model.appendTrack(song(QStringLiteral("Next"), 60000));
+    QCOMPARE(model.skippedForTime(0), clock(12, 58, 30));
+    QVERIFY(!model.skippedForTime(1).isValid());
+    QVERIFY(model.timedPlan().eventOf(1) != nullptr);
+    QVERIFY(model.timedPlan().eventOf(1)->late);
+
+    // Two minutes: neither is too late; the hard row fires at once, late.
+    Settings::timedLateLimitMs.write(120000);
+    model.recalculateStartTimes();
+    QVERIFY(!model.skippedForTime(0).isValid());
+    QVERIFY(!struckOut(model, 0));
+    QVERIFY(model.timedPlan().eventOf(0) != nullptr);
+    QVERIFY(model.timedPlan().eventOf(0)->late);
+
+    // Twenty seconds: both are too late, and struck out.
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    Settings::timedLateLimitMs.write(20000);
+    model.recalculateStartTimes();
+    QCOMPARE(model.skippedForTime(0), clock(12, 58, 30));
+    QCOMPARE(model.skippedForTime(1), clock(12, 59, 30));
+    QVERIFY(struckOut(model, 1));
+    QCOMPARE(toolTip(model, 1, PlaylistModel::TitleColumn),
+             QStringLiteral("Skipped: its fixed time 2026-11-23 12:59:30 passed too long ago"));
+    // The rows whose mark changed were announced whole.
+    bool wholeRowsAnnounced = false;
+    for (const QList<QVariant>& arguments : std::as_const(changed)) {
+        const QModelIndex first = arguments.at(0).toModelIndex();
+        const QModelIndex last = arguments.at(1).toModelIndex();
+        if (first.row() == 0 && last.row() == 1 && first.column() == 0)
+            wholeRowsAnnounced = true;
+    }
+    QVERIFY(wholeRowsAnnounced);
 }
 
 void TestPlaylistTimed::settingAFixedTimeReplansAndClearingItRemovesEveryMark()
