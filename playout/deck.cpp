@@ -142,11 +142,20 @@ void Deck::start(int row, const Track& track, const QUrl& source, bool fadeIn, i
     m_playRequested = true;
     m_loading = true;
     // Setting the source just before playing keeps the sound server from buffering seconds of
-    // audio at a stale volume.
-    if (m_player->source() == source)
+    // audio at a stale volume. The source the player holds already (a jingle twice in a row, a
+    // timed row cutting to what the deck just had) is loaded afresh once it ended or while it
+    // still plays: sought back to the top, it was at times not heard at all, as its end, posted
+    // late, stopped it again or its position stuck. One stopped midway is sought back.
+    const bool sameSource = !source.isEmpty() && m_player->source() == source;
+    const bool cleanlyStopped = m_player->playbackState() == QMediaPlayer::StoppedState &&
+                                m_player->mediaStatus() != QMediaPlayer::EndOfMedia;
+    if (sameSource && cleanlyStopped) {
         m_player->setPosition(std::max<qint64>(startAtMs, 0));
-    else
+    } else {
+        if (sameSource)
+            m_player->setSource(QUrl());
         m_player->setSource(source);
+    }
 
     m_fade.gain = fadeIn ? 0.0 : 1.0;
     applyVolume();

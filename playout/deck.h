@@ -28,7 +28,7 @@ public:
     // With a router, the deck plays on the router's device and follows its changes.
     explicit Deck(QObject* parent = nullptr, OutputRouter* router = nullptr);
 
-    // Loads the source (an unchanged one is played again from the top) and plays it, at gain 0
+    // Loads the source (the one it holds already afresh, unless stopped midway) and plays it, at gain 0
     // and faded in over fadeInMs when fadeIn is set, else at full gain. An empty source plays
     // nothing: the player reports no media. With startAtMs > 0 it is heard from there (it begins to
     // sound only once it is there); with endAtMs > 0 cueOutReached() is emitted when the position gets there.
