@@ -10,6 +10,8 @@
 #include "asrunlog.h"
 #include "asrunwindow.h"
 #include "audioengine.h"
+#include "benchfigures.h"
+#include "benchtones.h"
 #include "libraryconnection.h"
 #include "musiclibrary.h"
 #include "pgtcpserver.h"
@@ -23,7 +25,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMediaDevices>
-#include <QProcess>
 #include <QScrollBar>
 #include <QSettings>
 #include <QStandardPaths>
@@ -45,19 +46,6 @@ constexpr double kStallGoalMs = 50.0;
 constexpr int kHangMs = 12000;
 constexpr int kCalmMs = 5000;
 constexpr int kPlaylistRows = 400;
-
-QString makeTone(const QString& dir, const QString& name, int frequency, int seconds)
-{
-    const QString path = QDir(dir).filePath(name);
-    QProcess sox;
-    sox.start(QStringLiteral("sox"),
-              {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("44100"), QStringLiteral("-c"),
-               QStringLiteral("2"), path, QStringLiteral("synth"), QString::number(seconds),
-               QStringLiteral("sine"), QString::number(frequency), QStringLiteral("vol"),
-               QStringLiteral("0.5")});
-    sox.waitForFinished(60000);
-    return QFile::exists(path) ? path : QString();
-}
 
 // The stalls of a 10 ms timer on this thread, in milliseconds, while it runs.
 class StallProbe
@@ -86,23 +74,9 @@ private:
     std::vector<double> m_stalls;
 };
 
-double percentile(std::vector<double> values, double fraction)
-{
-    if (values.empty())
-        return 0.0;
-    std::sort(values.begin(), values.end());
-    const size_t index = std::min(values.size() - 1, size_t(fraction * double(values.size() - 1) + 0.5));
-    return values[index];
-}
-
 void line(const char* what, double value, const char* unit, double goal = 0.0)
 {
-    if (goal > 0.0)
-        std::printf("%-58s %10.3f %s   goal %.0f %s, ratio %.3f\n", what, value, unit, goal, unit,
-                    value / goal);
-    else
-        std::printf("%-58s %10.3f %s\n", what, value, unit);
-    std::fflush(stdout);
+    printFigure(58, what, value, unit, goal);
 }
 
 void report(const char* phase, const std::vector<double>& stalls, double goal = 0.0)
@@ -169,7 +143,7 @@ int main(int argc, char* argv[])
 
     QStringList tones;
     for (int i = 0; i < 4; ++i)
-        tones << makeTone(dir.path(), QStringLiteral("Artist %1 - Tone %1.wav").arg(i), 300 + 110 * i, 60);
+        tones << makeBenchTone(dir.path(), QStringLiteral("Artist %1 - Tone %1.wav").arg(i), 300 + 110 * i, 60);
     if (tones.contains(QString())) {
         std::printf("could not generate tone files with sox\n");
         return 1;

@@ -4,6 +4,7 @@
 // goals; run it through scripts/with-sound.sh so that there is an output device.
 
 #include "audioengine.h"
+#include "benchfigures.h"
 #include "levelmeter.h"
 #include "musiclibrary.h"
 #include "playlistfile.h"
@@ -50,23 +51,9 @@ QString makeTone(const QString& dir, const QString& name, int frequency, int sec
     return QFile::exists(path) ? path : QString();
 }
 
-double percentile(std::vector<double> values, double fraction)
-{
-    if (values.empty())
-        return 0.0;
-    std::sort(values.begin(), values.end());
-    const size_t index = std::min(values.size() - 1, size_t(fraction * double(values.size() - 1) + 0.5));
-    return values[index];
-}
-
 void line(const char* what, double value, const char* unit, double goal = 0.0)
 {
-    if (goal > 0.0)
-        std::printf("%-44s %10.3f %s   goal %.0f %s, ratio %.3f\n", what, value, unit, goal, unit,
-                    value / goal);
-    else
-        std::printf("%-44s %10.3f %s\n", what, value, unit);
-    std::fflush(stdout);
+    printFigure(44, what, value, unit, goal);
 }
 
 // Posts a 0 ms timer again and again and records how late each one fires, for `seconds`.

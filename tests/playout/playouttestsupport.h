@@ -13,7 +13,9 @@
 #include <QFile>
 #include <QMediaDevices>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QSettings>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QString>
 #include <QStringList>
@@ -199,6 +201,59 @@ inline int windowsBothAbove(const std::vector<double>& a, const std::vector<doub
         if (a[i] > threshold && b[i] > threshold)
             ++count;
     return count;
+}
+
+// What one run of the playout program left: its exit code (-1 when it did not end in time, -2 when
+// it crashed), its log texts without their time stamps, and what it wrote to standard error.
+struct RunnerResult {
+    int exitCode = -1;
+    QStringList out;
+    QString err;
+};
+
+// Runs the playout program in `home`, which is also its home folder (settings under home/config,
+// data under home/data), and waits up to 90 s for it to end. The event loop runs while waiting, so a
+// stream server in the test's own process answers (or not) as it would for any player.
+inline RunnerResult runPlayoutProgram(const QString& program, const QString& home, const QStringList& arguments)
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), QDir(home).filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("XDG_DATA_HOME"), QDir(home).filePath(QStringLiteral("data")));
+    env.insert(QStringLiteral("QT_MEDIA_BACKEND"), QStringLiteral("gstreamer"));
+    process.setProcessEnvironment(env);
+    process.setWorkingDirectory(home);
+    QSignalSpy finished(&process, &QProcess::finished);
+    process.start(program, arguments);
+    RunnerResult result;
+    if (!process.waitForStarted(10000) || !finished.wait(90000)) {
+        process.kill();
+        process.waitForFinished(5000);
+        return result;
+    }
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
+    for (const QString& line :
+         QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        result.out << line.mid(14); // "HH:mm:ss.zzz  "
+    result.err = QString::fromUtf8(process.readAllStandardError());
+    return result;
+}
+
+// Writes a play list file into `dir`; its path, or an empty string when it could not be written.
+inline QString writeListFile(const QString& dir, const QString& name, const QByteArray& content)
+{
+    const QString path = QDir(dir).filePath(name);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
+        return QString();
+    return path;
+}
+
+// One entry of a play list file: the file's path on a line of its own.
+inline QByteArray listEntry(const QString& path)
+{
+    return path.toUtf8() + '\n';
 }
 
 } // namespace playouttest

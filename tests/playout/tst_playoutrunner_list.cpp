@@ -44,11 +44,7 @@ private:
     QString libraryTone; // in the library as "Library Artist - Library Title"
     QString taggedTone;  // tags "Wav Artist" / "Wav Title", not in the library
 
-    struct Result {
-        int exitCode = -1;
-        QStringList out; // log texts without their time stamps
-        QString err;
-    };
+    using Result = RunnerResult;
 
     QString configHome() const { return home.filePath(QStringLiteral("config")); }
     QString settingsFile() const { return configHome() + QStringLiteral("/Ondaro/Ondaro.conf"); }
@@ -62,41 +58,15 @@ private:
 
     Result run(const QStringList& arguments)
     {
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), home.path());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome());
-        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("QT_MEDIA_BACKEND"), QStringLiteral("gstreamer"));
-        process.setProcessEnvironment(env);
-        process.setWorkingDirectory(home.path());
-        QSignalSpy finished(&process, &QProcess::finished);
-        process.start(QStringLiteral(ONDARO_PLAYOUT_RUNNER), arguments);
-        Result result;
-        // The event loop runs while waiting: a stream server in this process must answer (or not).
-        if (!process.waitForStarted(10000) || !finished.wait(90000)) {
-            process.kill();
-            process.waitForFinished(5000);
-            return result;
-        }
-        result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
-        for (const QString& line :
-             QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-            result.out << line.mid(14); // "HH:mm:ss.zzz  "
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
+        return runPlayoutProgram(QStringLiteral(ONDARO_PLAYOUT_RUNNER), home.path(), arguments);
     }
 
     QString writeList(const QString& name, const QByteArray& content)
     {
-        const QString path = home.filePath(name);
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
-            return QString();
-        return path;
+        return writeListFile(home.path(), name, content);
     }
 
-    static QByteArray entry(const QString& path) { return path.toUtf8() + '\n'; }
+    static QByteArray entry(const QString& path) { return listEntry(path); }
     static QByteArray command(const char* word) { return QByteArray("#ONDARO-COMMAND:") + word + '\n'; }
 
     static QList<AsRunRow> asRunRows()

@@ -26,50 +26,21 @@ private:
     QString toneB; // "Beta - Second", 1.0 s
     QString toneC; // "Gamma - Third", 1.0 s
 
-    struct Result {
-        int exitCode = -1;
-        QStringList out; // log texts without their time stamps
-        QString err;
-    };
+    using Result = RunnerResult;
 
     QString configHome() const { return home.filePath(QStringLiteral("config")); }
 
     Result run(const QStringList& arguments)
     {
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), home.path());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome());
-        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("QT_MEDIA_BACKEND"), QStringLiteral("gstreamer"));
-        process.setProcessEnvironment(env);
-        process.setWorkingDirectory(home.path());
-        QSignalSpy finished(&process, &QProcess::finished);
-        process.start(QStringLiteral(ONDARO_PLAYOUT_RUNNER), arguments);
-        Result result;
-        if (!process.waitForStarted(10000) || !finished.wait(90000)) {
-            process.kill();
-            process.waitForFinished(5000);
-            return result;
-        }
-        result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
-        for (const QString& line :
-             QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-            result.out << line.mid(14); // "HH:mm:ss.zzz  "
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
+        return runPlayoutProgram(QStringLiteral(ONDARO_PLAYOUT_RUNNER), home.path(), arguments);
     }
 
     QString writeList(const QString& name, const QByteArray& content)
     {
-        const QString path = home.filePath(name);
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
-            return QString();
-        return path;
+        return writeListFile(home.path(), name, content);
     }
 
-    static QByteArray entry(const QString& path) { return path.toUtf8() + '\n'; }
+    static QByteArray entry(const QString& path) { return listEntry(path); }
 
     static QStringList asRunRows()
     {

@@ -1,7 +1,7 @@
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutsequencer.h"
-#include "sequencerdecks.h"
+#include "recordingdecks.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,45 +9,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-// Decks that only write down what the sequencer asked of them.
-class FakeDecks : public SequencerDecks
-{
-public:
-    QStringList calls;
-    QStringList logs;
-    bool sounding = false;
-    bool output = true;
-    int taken = -1;
-
-    void takeRow(int row) override
-    {
-        taken = row;
-        calls << QStringLiteral("take %1").arg(row);
-    }
-    void stopDecks() override
-    {
-        sounding = false;
-        calls << QStringLiteral("stop");
-    }
-    void haltDecks() override
-    {
-        sounding = false;
-        calls << QStringLiteral("halt");
-    }
-    void holdDeck() override
-    {
-        sounding = false;
-        calls << QStringLiteral("hold");
-    }
-    void resumeDeck() override
-    {
-        sounding = true;
-        calls << QStringLiteral("resume");
-    }
-    bool isSounding() const override { return sounding; }
-    bool hasOutput() const override { return output; }
-    void log(const QString& text) override { logs << text; }
-};
+// Decks that only write down what the sequencer asked of them; a taken row does not sound.
+using FakeDecks = RecordingDecks;
 
 // A list under a sequencer whose decks are fake and whose clock reads `now` (milliseconds).
 struct SequencerRig {

@@ -1,7 +1,7 @@
 #include "playlistmodel.h"
 #include "playoutlog.h"
 #include "playoutsequencer.h"
-#include "sequencerdecks.h"
+#include "recordingdecks.h"
 #include "timedrules.h"
 
 #include <QDir>
@@ -10,21 +10,17 @@
 #include <QTest>
 
 // Decks that only write down what the sequencer asked of them; a cut is told apart from a take.
-class FakeDecks : public SequencerDecks
+class FakeDecks : public RecordingDecks
 {
 public:
-    QStringList calls;
-    QStringList logs;
-    bool sounding = false;
-    int taken = -1;
     int cutFadeMs = -1;
     qint64 lead = 150;
 
+    // Here a taken row sounds at once, as a file row on real decks does.
     void takeRow(int row) override
     {
-        taken = row;
+        RecordingDecks::takeRow(row);
         sounding = true;
-        calls << QStringLiteral("take %1").arg(row);
     }
     void cutToRow(int row, int fadeMs) override
     {
@@ -33,29 +29,6 @@ public:
         cutFadeMs = fadeMs;
         calls << QStringLiteral("cut %1").arg(row);
     }
-    void stopDecks() override
-    {
-        sounding = false;
-        calls << QStringLiteral("stop");
-    }
-    void haltDecks() override
-    {
-        sounding = false;
-        calls << QStringLiteral("halt");
-    }
-    void holdDeck() override
-    {
-        sounding = false;
-        calls << QStringLiteral("hold");
-    }
-    void resumeDeck() override
-    {
-        sounding = true;
-        calls << QStringLiteral("resume");
-    }
-    bool isSounding() const override { return sounding; }
-    bool hasOutput() const override { return true; }
-    void log(const QString& text) override { logs << text; }
     qint64 startLeadMs() const override { return lead; }
 };
 

@@ -12,6 +12,10 @@
 #include <QString>
 #include <QTcpServer>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include <signal.h>
 #include <sys/types.h>
 
@@ -121,6 +125,31 @@ private:
     QString m_url;
     int m_port = 0;
     bool m_paused = false;
+};
+
+// Continues a stopped server after a while from a thread of its own, so that a test thread that hangs
+// with the server is freed and the server never stays stopped after a failed test.
+class ResumeLater
+{
+public:
+    ResumeLater(pgtest::TcpServer& server, int ms) : m_server(server)
+    {
+        m_thread = std::thread([this, ms] {
+            for (int waited = 0; waited < ms && !m_cancelled; waited += 50)
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            m_server.resume();
+        });
+    }
+    ~ResumeLater()
+    {
+        m_cancelled = true;
+        m_thread.join();
+    }
+
+private:
+    pgtest::TcpServer& m_server;
+    std::thread m_thread;
+    std::atomic<bool> m_cancelled{false};
 };
 
 } // namespace pgtest

@@ -34,31 +34,6 @@ constexpr qint64 kAtOnceMs = 100;
 // The longest a hung server may go unnoticed.
 constexpr qint64 kDeclaredAwayMs = 10000;
 
-// Continues a stopped server after a while from a thread of its own, so that a test thread that hangs
-// with the server is freed and the server never stays stopped after a failed test.
-class ResumeLater
-{
-public:
-    ResumeLater(pgtest::TcpServer& server, int ms) : m_server(server)
-    {
-        m_thread = std::thread([this, ms] {
-            for (int waited = 0; waited < ms && !m_cancelled; waited += 50)
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            m_server.resume();
-        });
-    }
-    ~ResumeLater()
-    {
-        m_cancelled = true;
-        m_thread.join();
-    }
-
-private:
-    pgtest::TcpServer& m_server;
-    std::thread m_thread;
-    std::atomic<bool> m_cancelled{false};
-};
-
 } // namespace
 
 class TestServerAway : public QObject
@@ -201,7 +176,7 @@ void TestServerAway::aHungServerIsDeclaredAwayAndStoreCallsReturnAtOnce()
 
     QElapsedTimer clock;
     {
-        ResumeLater safety(server, 30000);
+        pgtest::ResumeLater safety(server, 30000);
         QVERIFY(server.pause());
         clock.start();
         // Nothing on this thread asks the store until the watcher says the server is away.

@@ -35,31 +35,6 @@ const QString kLibrary = QStringLiteral("Hang");
 constexpr qint64 kLatenessBoundMs = 250;
 constexpr int kTickMs = 10;
 
-// Continues a stopped server after a while from a thread of its own, so that a test thread that hangs
-// with the server is freed and the server never stays stopped after a failed test.
-class ResumeLater
-{
-public:
-    ResumeLater(pgtest::TcpServer& server, int ms) : m_server(server)
-    {
-        m_thread = std::thread([this, ms] {
-            for (int waited = 0; waited < ms && !m_cancelled; waited += 50)
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            m_server.resume();
-        });
-    }
-    ~ResumeLater()
-    {
-        m_cancelled = true;
-        m_thread.join();
-    }
-
-private:
-    pgtest::TcpServer& m_server;
-    std::thread m_thread;
-    std::atomic<bool> m_cancelled{false};
-};
-
 // How late a timer on the GUI thread fires, at most, while it runs.
 class LatenessProbe
 {
@@ -237,7 +212,7 @@ void TestStudioWindowsAway::theWindowsKeepAnsweringWhileTheServerHangsAndComeBac
     ScheduleWindow* schedule = nullptr;
     qint64 longest = 0;
     {
-        ResumeLater safety(server, 40000);
+        pgtest::ResumeLater safety(server, 40000);
         LatenessProbe lateness;
         QElapsedTimer hung;
         QVERIFY(server.pause());

@@ -5,6 +5,7 @@
 // a generated library of real files.
 
 #include "musiclibrary.h"
+#include "schedulebuilder.h"
 #include "testlocations.h"
 #include "testmedia.h"
 #include "teststore.h"
@@ -13,6 +14,8 @@
 #include "trackparams.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -110,6 +113,17 @@ inline GeneratedLibrary generateLibrary(const QString& folder, const QString& na
 inline QByteArray json(const QJsonObject& object)
 {
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+// A schedule from the named library; a library that cannot be read is logged and gives an empty
+// schedule, which the test's own checks then reject.
+inline Schedule buildSchedule(const QString& libraryName, const StationFormat& format, const QDateTime& from,
+                              int hours, quint64 seed)
+{
+    const ScheduleBuilder::Outcome outcome = ScheduleBuilder::build(libraryName, format, from, hours, seed);
+    if (!outcome.ok)
+        qWarning() << outcome.error;
+    return outcome.schedule;
 }
 
 } // namespace schedtest

@@ -73,11 +73,7 @@ private:
 
     Schedule build(const StationFormat& format, const QDateTime& from, int hours, quint64 seed)
     {
-        const ScheduleBuilder::Outcome outcome =
-            ScheduleBuilder::build(generated.name, format, from, hours, seed);
-        if (!outcome.ok)
-            qWarning() << outcome.error;
-        return outcome.schedule;
+        return schedtest::buildSchedule(generated.name, format, from, hours, seed);
     }
 
     static QString categoryOf(const ScheduledItem& item) { return item.track.category; }
